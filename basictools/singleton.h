@@ -1,0 +1,41 @@
+#pragma once
+// Lazily created process-wide instance guarded by one mutex per type.
+#include <atomic>
+#include <mutex>
+
+namespace Norvell {
+
+template <typename T> class CSingleton {
+public:
+    static T* GetInstance() {
+        T* current = instance.load(std::memory_order_acquire);
+        if (current == nullptr) {
+            std::lock_guard<std::mutex> lock(mutex);
+            current = instance.load(std::memory_order_relaxed);
+            if (current == nullptr) {
+                current = new T();
+                instance.store(current, std::memory_order_release);
+            }
+        }
+        return current;
+    }
+
+    static void DestroyInstance() {
+        if (instance.load(std::memory_order_acquire) == nullptr) return;
+        std::lock_guard<std::mutex> lock(mutex);
+        T* current = instance.exchange(nullptr, std::memory_order_acq_rel);
+        delete current;
+    }
+
+    static std::mutex& Mutex() { return mutex; }
+
+protected:
+    CSingleton() = default;
+    ~CSingleton() = default;
+
+private:
+    static inline std::atomic<T*> instance{nullptr};
+    static inline std::mutex mutex;
+};
+
+} // namespace Norvell

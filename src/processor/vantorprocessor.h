@@ -1,0 +1,116 @@
+#pragma once
+// The processor: construction of the engine, parameter routing and state,
+// block rendering, note handling and host feedback.
+#include "processor/hostinterface.h"
+#include "processor/modules/paraminfoloader.h"
+#include "processor/modules/voices.h"
+#include "processor/processcontext.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace Norvell::Vantor {
+
+class SignalBank;
+
+class VantorProcessor final : public Processor::IProcessor_V3 {
+public:
+    class Modules;
+
+    VantorProcessor();
+
+    // IProcessor
+    Processor::ProcessorInfo* GetProcessorInfo() override { return &info; }
+    bool OptionalQueryA() override { return false; }
+    bool SetSampleRate(const float* rate) override;
+    bool Initialize(uint64_t hostValue) override;
+    bool Terminate() override { return OnTerminate(); }
+    bool SetState(const void* data, uint64_t size) override;
+    bool GetState(void* data, uint64_t* size) override;
+    bool GetParam(uint32_t id, float* value) override;
+    bool SetParam(uint32_t id, float value) override;
+    bool GetParamInfo(uint32_t index, Processor::ParamInfo* out) override;
+    void* Release(uint32_t flags) override;
+    // IProcessor_V2
+    uint32_t GetInterfaceVersion() override { return VANTOR_INTERFACE_VERSION; }
+    uint64_t GetParamCount() override { return paramInfos.size(); }
+    bool OptionalQueryD() override { return false; }
+    bool ProcessMidiMessage(const Processor::MidiEvent* event) override;
+    bool OnInitialize() override { return true; }
+    bool OnTerminate() override { return true; }
+    bool OptionalQueryE() override { return false; }
+    bool OptionalHookF() override { return true; }
+    // IProcessor_V3
+    bool UpdateVoiceSetup() override;
+    void GetChangedValues(const Processor::ValueChange** list, int32_t* count) override;
+    bool GetOptionalDataA(uint64_t* pointer, uint32_t* size) override;
+    bool GetOptionalDataB(uint64_t* pointer, uint32_t* size) override;
+    uint32_t GetBlockSize() override { return info.blockSize; }
+    bool Render(const Processor::RenderContext* ctx) override;
+
+    // Binds a module parameter: 0 bound, 3 not bound, 4 instance number not parsable.
+    int32_t SetParamSrc(const std::string& instanceName, const std::string& paramName, uint32_t id,
+                        const float* value);
+
+    // Engine internals, reachable for tests.
+    void AllNotesOff();
+    void FlushDeferredNoteOffs();
+    void SetPresetMode(bool on);
+    bool InitFailed() const { return initFailed; }
+    VoiceState& Voices() { return voiceState; }
+    Modules& ModuleRegistry() { return *modules; }
+    SignalBank& Signals() { return *signals; }
+    const ProcessContext& Context() const { return processContext; }
+    // Parameter id by host-facing name, kUnboundId when absent.
+    uint32_t FindParamId(const std::string& name) const;
+
+    static constexpr size_t kDeferredNoteOffCapacity = 1536;
+
+private:
+    ~VantorProcessor();
+    void Construct();
+    void BindParameters();
+    void RenderBlock();
+    void RenderVoice(int v);
+    bool SourceInUse(int v, int source) const;
+    float* Value(uint32_t id) const;
+
+    using VoiceLinkKey = std::tuple<std::string, std::string, uint32_t>;
+    struct VoiceLink {
+        uint32_t voice0Id;
+        uint32_t ownId;
+    };
+
+    // Must stay the first member: hosts read it right after the table pointer.
+    Processor::ProcessorInfo info;
+
+    std::vector<Processor::ParamInfo> paramInfos;
+    std::vector<Processor::ParamSource> paramSources;
+    std::map<VoiceLinkKey, VoiceLink> voiceLinks;
+    std::vector<uint64_t> valueOffsets;
+    std::vector<uint64_t> valueSizes;
+    std::unique_ptr<uint8_t[]> valueStore;
+    uint64_t valueStoreSize = 0;
+    ProcessContext processContext;
+    VoiceState voiceState;
+    std::unique_ptr<Modules> modules;
+    std::unique_ptr<SignalBank> signals;
+    Processor::ValueChange voiceGateShadow[kVoiceCount];
+    Processor::ValueChange noteColorShadow[128];
+    Processor::ValueChange changeList[kVoiceCount + 128];
+    int32_t vcaEnvelopeSources[2][6] = {};
+    uint32_t deferredNoteOffs[kDeferredNoteOffCapacity] = {};
+    float keyPressure[128] = {};
+    uint64_t deferredNoteOffCount = 0;
+    bool sustainWasOn = false;
+
+    bool initFailed = false;
+    float dcState[2] = {};
+    float dcCoefficient = 0.0f;
+    float dcRate = 0.0f;
+};
+
+} // namespace Norvell::Vantor

@@ -1,0 +1,361 @@
+// Block rendering: controllers, the per-voice chain, mix, DC removal, effect
+// slots and master volume.
+#include "processor/modules.h"
+#include "processor/signalbank.h"
+#include "processor/vantorprocessor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace Norvell::Vantor {
+
+namespace {
+
+void Fill(float* buffer, float value, int count) {
+    std::fill(buffer, buffer + count, value);
+}
+
+// Straight line from current towards target in 32 steps; the sample written
+// is the value before each step, and current lands on target.
+void RampBuffer(float* buffer, float& current, float target, float scale, float offset) {
+    const float start = current;
+    const float step = (target - start) / static_cast<float>(kBlockSize);
+    for (int n = 0; n < kBlockSize; ++n)
+        buffer[n] = (start + step * static_cast<float>(n)) * scale + offset;
+    current = target;
+}
+
+bool IsBipolarSource(int32_t source) {
+    return source == 2 || source == 5 || (source >= 16 && source <= 20);
+}
+
+} // namespace
+
+bool VantorProcessor::Render(const Processor::RenderContext* ctx) {
+    if (ctx == nullptr) return false;
+    const int32_t frames = static_cast<int32_t>(std::min<uint32_t>(ctx->frameCount, kBlockSize));
+    processContext.frameCount = frames;
+    if (ctx->sampleRate > 0.0f && std::isfinite(ctx->sampleRate))
+        processContext.sampleRate = ctx->sampleRate;
+    if (std::isfinite(ctx->tempo)) processContext.tempo = ctx->tempo;
+
+    const bool canRender =
+        modules && signals && signals->Complete() && processContext.voiceState != nullptr;
+    if (canRender && modules->master[kMasterPresetLoading] == 0.0f) {
+        RenderBlock();
+    } else if (signals && signals->Complete()) {
+        Fill(signals->finalLeft, 0.0f, frames);
+        Fill(signals->finalRight, 0.0f, frames);
+    }
+
+    float* const* outputs = ctx->outputs;
+    if (outputs == nullptr) return true;
+    const bool haveFinal = signals && signals->Complete();
+    for (int channel = 0; channel < 2; ++channel) {
+        float* out = outputs[channel];
+        if (out == nullptr) continue;
+        if (haveFinal)
+            std::memcpy(out, channel == 0 ? signals->finalLeft : signals->finalRight,
+                        sizeof(float) * static_cast<size_t>(frames));
+        else
+            Fill(out, 0.0f, frames);
+    }
+    return true;
+}
+
+void VantorProcessor::RenderBlock() {
+    SignalBank& bank = *signals;
+    Modules& m = *modules;
+    const ParamRecord<16>& master = m.master;
+
+    // 1. Sustain: replay held note-offs when the pedal has just been released.
+    const bool sustainOn = master[kMasterSustainHold] > 0.5f && master[kMasterPedalSustain] > 0.5f;
+    if (!sustainOn && sustainWasOn) FlushDeferredNoteOffs();
+    sustainWasOn = sustainOn;
+
+    // 2. Key, velocity and release velocity of every voice.
+    for (int v = 0; v < kVoiceCount; ++v) {
+        VoiceBuffers& vb = bank.voices[v];
+        Fill(vb.key, bank.keyValue[v], kBlockSize);
+        RampBuffer(vb.velocity, bank.velocityCurrent[v], bank.velocityTarget[v], 1.0f, 0.0f);
+        RampBuffer(vb.releaseVelocity, bank.releaseVelocityCurrent[v],
+                   bank.releaseVelocityTarget[v], 1.0f, 0.0f);
+    }
+
+    // 3. Performance controllers.
+    ControllerValues& c = bank.controllers;
+    RampBuffer(bank.modwheel, c.modwheel, master[kMasterModwheel], 0.5f, 0.0f);
+    RampBuffer(bank.pitchbend, c.pitchbend, master[kMasterPitchbend], 1.0f, -0.5f);
+    RampBuffer(bank.aftertouch, c.aftertouch, master[kMasterAftertouch], 0.5f, 0.0f);
+    RampBuffer(bank.sustain, c.sustain, master[kMasterPedalSustain], 0.5f, 0.0f);
+    RampBuffer(bank.expression, c.expression, master[kMasterPedalExpression], 1.0f, 0.0f);
+
+    // 4. Clear the mix and the final pair.
+    Fill(bank.mixLeft, 0.0f, kBufferLength);
+    Fill(bank.mixRight, 0.0f, kBufferLength);
+    Fill(bank.finalLeft, 0.0f, kBufferLength);
+    Fill(bank.finalRight, 0.0f, kBufferLength);
+
+    // 5. Vibrato, 6. ambient noise.
+    RefreshParams(m.vibrato);
+    {
+        float* in[3] = {bank.modwheel, bank.sustain, bank.aftertouch};
+        float* out[2] = {bank.vibratoOut, bank.vibratoTrigger};
+        Process(m.vibrato, in, 0, out, 2, processContext);
+    }
+    {
+        float* out[1] = {bank.ambientNoise};
+        Process(m.ambientNoise, nullptr, 0, out, 1, processContext);
+    }
+
+    // 7. Every enabled voice.
+    for (int v = 0; v < kVoiceCount; ++v)
+        if (m.voices[v][kVoiceIsEnable] != 0.0f) RenderVoice(v);
+
+    // 8. Ambient noise into the mix.
+    for (int n = 0; n < kBlockSize; ++n) {
+        bank.mixLeft[n] += bank.ambientNoise[n];
+        bank.mixRight[n] += bank.ambientNoise[n];
+    }
+
+    // 9. DC removal with a 27.5 Hz corner.
+    if (processContext.sampleRate != dcRate) {
+        dcRate = processContext.sampleRate;
+        dcCoefficient = 1.0f - std::exp(-172.7876f / dcRate);
+    }
+    float* mix[2] = {bank.mixLeft, bank.mixRight};
+    for (int ch = 0; ch < 2; ++ch) {
+        float y = dcState[ch];
+        for (int n = 0; n < processContext.frameCount; ++n) {
+            y += (mix[ch][n] - y) * dcCoefficient;
+            mix[ch][n] -= y;
+        }
+        dcState[ch] = y;
+    }
+
+    // 10. Effect slots in series.
+    float* pair[2] = {bank.mixLeft, bank.mixRight};
+    for (int s = 0; s < 2; ++s) {
+        const float selector = master[s == 0 ? kMasterEffect0Selector : kMasterEffect1Selector];
+        const float active = master[s == 0 ? kMasterEffect0Active : kMasterEffect1Active];
+        const int32_t type = active == 0.0f ? 0 : StepIndex(selector, 7.0f, 6);
+        if (type == 0) continue;
+        float* out[2] = {bank.slotLeft[s], bank.slotRight[s]};
+        switch (type) {
+        case 1:
+            Process(m.delays[s], pair, 2, out, 2, processContext);
+            break;
+        case 2:
+            Process(m.phasers[s], pair, 2, out, 2, processContext);
+            break;
+        case 3:
+            Process(m.dubDelays[s], pair, 2, out, 2, processContext);
+            break;
+        case 4:
+            Process(m.flangers[s], pair, 2, out, 2, processContext);
+            break;
+        case 5:
+            Process(m.choruses[s], pair, 2, out, 2, processContext);
+            break;
+        default:
+            Process(m.reverbs[s], pair, 2, out, 2, processContext);
+            break;
+        }
+        pair[0] = out[0];
+        pair[1] = out[1];
+    }
+
+    // 11. Master volume (the cached value, not smoothed).
+    const float volume = master[kMasterVolume];
+    for (int n = 0; n < kBlockSize; ++n) {
+        bank.finalLeft[n] = pair[0][n] * volume;
+        bank.finalRight[n] = pair[1][n] * volume;
+    }
+}
+
+bool VantorProcessor::SourceInUse(int v, int source) const {
+    const Modules& m = *modules;
+    if (m.matrices[v].sourceUseCount[source] > 0) return true;
+    if (m.lags[v].inputIndex == source) return true;
+    for (int k = 0; k < 5; ++k)
+        if (m.lfos[5 * v + k].inputIndex == source) return true;
+    for (int t = 0; t < 3; ++t)
+        if (m.trackers[3 * v + t].inputIndex == source) return true;
+    return false;
+}
+
+void VantorProcessor::RenderVoice(int v) {
+    SignalBank& bank = *signals;
+    Modules& m = *modules;
+    VoiceBuffers& vb = bank.voices[v];
+    const ProcessContext& ctx = processContext;
+    float** src = vb.sources;
+    float** dst = vb.destinations;
+    auto selected = [&](int32_t index) -> float* {
+        return index < 0 || index >= kSourceCount ? nullptr : src[index];
+    };
+
+    // 7.1 routing table
+    Process(m.matrices[v], src, kSourceCount, dst, kDestinationCount, ctx);
+
+    // 7.2 ramps
+    float* triggers[6] = {vb.lfoTrigger[0], vb.lfoTrigger[1], vb.lfoTrigger[2],
+                          vb.lfoTrigger[3], vb.lfoTrigger[4], bank.vibratoTrigger};
+    for (int r = 0; r < 4; ++r) {
+        if (!SourceInUse(v, 24 + r)) continue;
+        float* out[1] = {vb.ramp[r]};
+        Process(m.ramps[4 * v + r], triggers, 6, out, 1, ctx);
+    }
+
+    // 7.3 lag
+    {
+        LagState& lag = m.lags[v];
+        float* in[2] = {selected(lag.inputIndex), dst[12]};
+        float* out[1] = {vb.lag};
+        Process(lag, in, 29, out, 1, ctx);
+    }
+
+    // 7.4 tracking generators
+    for (int t = 0; t < 3; ++t) {
+        TrackState& tracker = m.trackers[3 * v + t];
+        tracker.bipolar = IsBipolarSource(tracker.inputIndex) ? 1 : 0;
+        if (!SourceInUse(v, 21 + t)) continue;
+        float* out[1] = {vb.track[t]};
+        Process(tracker, src, kSourceCount, out, 1, ctx);
+    }
+
+    // 7.5 tuning copies
+    const float fineTune = m.master[kMasterFineTune];
+    const float detune = m.voices[v][kVoiceDetune];
+    const float transpose = m.voices[v][kVoiceTranspose];
+    for (int k = 0; k < 2; ++k) {
+        OscillatorState& osc = m.oscillators[2 * v + k];
+        osc.fineTune = fineTune;
+        osc.voiceDetune = detune;
+        osc.voiceTranspose = transpose;
+    }
+    VcfState& filter = m.filters[v];
+    filter.fineTune = fineTune;
+    filter.voiceDetune = detune;
+    filter.voiceTranspose = transpose;
+
+    // FM goes either to oscillator 1 or to the filter; decided before both calls.
+    const bool fmToFilter = m.fm[v].destination != 0.0f;
+    const bool runAnyway = m.vcas[2 * v + 1].gain > 0.0f;
+
+    // 7.6, 7.7 oscillators
+    {
+        float* in[10] = {dst[1],
+                         dst[2],
+                         dst[3],
+                         nullptr,
+                         vb.lag,
+                         bank.vibratoOut,
+                         bank.pitchbend,
+                         fmToFilter ? nullptr : vb.fmOut[0],
+                         bank.ambientNoise,
+                         fmToFilter ? nullptr : vb.fmOut[1]};
+        float* out[2] = {vb.oscOut0[0], vb.oscAudio[0]};
+        Process(m.oscillators[2 * v], in, 1, out, 2, ctx, runAnyway);
+    }
+    {
+        float* in[10] = {dst[4],          dst[5],         dst[6],  vb.oscOut0[0],     vb.lag,
+                         bank.vibratoOut, bank.pitchbend, nullptr, bank.ambientNoise, vb.fmOut[1]};
+        float* out[2] = {vb.oscOut0[1], vb.oscAudio[1]};
+        Process(m.oscillators[2 * v + 1], in, 1, out, 2, ctx, runAnyway);
+    }
+
+    // 7.8 FM amount
+    {
+        float* in[2] = {vb.oscOut0[1], dst[11]};
+        float* out[2] = {vb.fmOut[0], vb.fmOut[1]};
+        Process(m.fm[v], in, 2, out, 2, ctx);
+    }
+
+    // 7.9 oscillator sum
+    for (int n = 0; n < kBlockSize; ++n) vb.oscSum[n] = vb.oscAudio[0][n] + vb.oscAudio[1][n];
+
+    // 7.10 filter
+    {
+        float* in[7] = {vb.oscSum,
+                        dst[7],
+                        dst[8],
+                        bank.vibratoOut,
+                        bank.pitchbend,
+                        vb.lag,
+                        fmToFilter ? vb.fmOut[0] : nullptr};
+        float* out[1] = {vb.filter};
+        Process(filter, in, 7, out, 1, ctx, runAnyway);
+    }
+
+    // 7.11 VCAs
+    {
+        float* in[2] = {vb.filter, dst[9]};
+        float* out[1] = {vb.vca[0]};
+        Process(m.vcas[2 * v], in, 2, out, 1, ctx);
+    }
+    {
+        float* in[2] = {vb.vca[0], dst[10]};
+        float* out[1] = {vb.vca[1]};
+        Process(m.vcas[2 * v + 1], in, 2, out, 1, ctx);
+    }
+
+    // 7.12 sources of the two level destinations, for the end-of-sound test
+    uint32_t levelSources[2][6];
+    for (int k = 0; k < 2; ++k) {
+        for (uint32_t& s : levelSources[k]) s = kNoSource;
+        SourcesOfDestination(m.matrices[v], levelSources[k], static_cast<uint32_t>(9 + k));
+        for (int i = 0; i < 6; ++i)
+            vcaEnvelopeSources[k][i] = static_cast<int32_t>(levelSources[k][i]);
+    }
+
+    // 7.13 LFOs
+    for (int k = 0; k < 5; ++k) {
+        LfoState& lfo = m.lfos[5 * v + k];
+        float* in[3] = {dst[38 + 2 * k], dst[39 + 2 * k], selected(lfo.inputIndex)};
+        float* out[2] = {vb.lfoOut[k], vb.lfoTrigger[k]};
+        Process(lfo, in, 3, out, 2, ctx);
+    }
+
+    // 7.14 envelopes
+    for (int k = 0; k < 5; ++k) {
+        if (!SourceInUse(v, 11 + k)) continue;
+        float* in[11] = {dst[13 + 5 * k], dst[14 + 5 * k], dst[15 + 5 * k], dst[16 + 5 * k],
+                         dst[17 + 5 * k], triggers[0],     triggers[1],     triggers[2],
+                         triggers[3],     triggers[4],     triggers[5]};
+        float* out[1] = {vb.env[k]};
+        Process(m.envelopes[5 * v + k], in, 11, out, 1, ctx);
+    }
+
+    // 7.15 mix with volume and pan
+    const float volume = m.voices[v][kVoiceVolume];
+    const float pan = m.voices[v][kVoicePan];
+    const float leftGain = (1.0f - pan) * volume;
+    const float rightGain = pan * volume;
+    for (int n = 0; n < kBlockSize; ++n) {
+        bank.mixLeft[n] += leftGain * vb.vca[1][n];
+        bank.mixRight[n] += rightGain * vb.vca[1][n];
+    }
+
+    // 7.16 end of sound: an envelope on a level destination has finished
+    // while that VCA's own gain is 0.
+    for (int k = 0; k < 2; ++k) {
+        if (m.vcas[2 * v + k].gain != 0.0f) continue;
+        for (int i = 0; i < 6; ++i) {
+            const uint32_t source = levelSources[k][i];
+            if (source < 11 || source > 15) continue;
+            EnvelopeState& env = m.envelopes[5 * v + (source - 11)];
+            if (env.restartPending == 0 && env.finished != 0) {
+                RemoveVoice(voiceState.activeVoices, v);
+                env.finished = 0;
+                break;
+            }
+        }
+    }
+
+    // 7.17
+    RemoveVoice(voiceState.triggerVoices, v);
+}
+
+} // namespace Norvell::Vantor
