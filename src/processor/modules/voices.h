@@ -10,6 +10,8 @@ namespace Norvell::Vantor {
 
 inline constexpr int kZoneCount = 23;
 inline constexpr int kUserZoneCount = 6;
+inline constexpr int kNoteSlotCount = 12;
+// Empty note memory or note slot.
 inline constexpr uint8_t kNoKey = 128;
 
 // Play-mode routine: (voice state, zone index, packed message).
@@ -34,13 +36,14 @@ struct ZoneRecord {
     uint8_t maxNote = 127;
     uint8_t channel = 0; // 0 any channel; c accepts status channel c - 1
     uint8_t rangeReady = 0;
-    int32_t lastVoice = -1;
+    int32_t lastVoice = -1; // rotation or steal pointer of the polyphonic modes
     uint8_t rotationArmed = 1;
     uint8_t enableSteal = 0;
     uint32_t playMode = kNoPlayMode;
     PlayModeRoutine routine = PlayModeRoutineFor(2);
-    uint8_t noteSlots[12] = {kNoKey, kNoKey, kNoKey, kNoKey, kNoKey, kNoKey,
-                             kNoKey, kNoKey, kNoKey, kNoKey, kNoKey, kNoKey};
+    // Held keys of the unison modes, kNoKey when empty.
+    uint8_t noteSlots[kNoteSlotCount] = {kNoKey, kNoKey, kNoKey, kNoKey, kNoKey, kNoKey,
+                                         kNoKey, kNoKey, kNoKey, kNoKey, kNoKey, kNoKey};
 };
 
 struct VoiceState {
