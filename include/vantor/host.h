@@ -81,9 +81,12 @@ typedef struct VantorParamInfo {
     int64_t dataSize; /* bytes of the value; 4 for a float */
 } VantorParamInfo;
 
+/* An entry of a table of virtual operations; cast to the slot's own type. */
+typedef void (*VantorSlotFn)(void);
+
 /* Factory object: table pointer, then three text fields. */
 typedef struct VantorFactory {
-    void** vtable;
+    VantorSlotFn* vtable;
     char version[VANTOR_TEXT_FIELD];
     char name[VANTOR_TEXT_FIELD];
     char description[VANTOR_TEXT_FIELD];
@@ -91,7 +94,7 @@ typedef struct VantorFactory {
 
 /* Processor object as the host sees it: table pointer, then the info record. */
 typedef struct VantorProcessor {
-    void** vtable;
+    VantorSlotFn* vtable;
     VantorProcessorInfo info;
 } VantorProcessor;
 

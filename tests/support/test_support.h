@@ -8,3 +8,26 @@ namespace VantorTest {
 std::string SourcePath(const std::string& relative);
 
 } // namespace VantorTest
+
+namespace VantorTest {
+
+// Makes every processor constructed while it lives log everything into a file
+// of its own: writes a log.conf into a fresh temporary folder and makes that
+// folder the current directory (the resource search tries the bare name
+// first). Text() reads the log once the processors are gone.
+class ScopedLogCapture {
+public:
+    ScopedLogCapture();
+    ~ScopedLogCapture();
+    ScopedLogCapture(const ScopedLogCapture&) = delete;
+    ScopedLogCapture& operator=(const ScopedLogCapture&) = delete;
+
+    std::string Text() const;
+    const std::string& Folder() const { return folder; }
+
+private:
+    std::string folder;
+    std::string previous;
+};
+
+} // namespace VantorTest
