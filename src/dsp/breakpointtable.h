@@ -46,7 +46,7 @@ public:
 
     // Real index: i = trunc(p), t = p - i, (1 - t) e[i] + t e[i + 1];
     // the last index and beyond give the last entry.
-    float AtIndex(float p) const {
+    [[gnu::always_inline]] inline float AtIndex(float p) const {
         if (!(p > 0.0f)) return entries[0];
         if (p >= static_cast<float>(N - 1)) return entries[N - 1];
         const size_t i = static_cast<size_t>(p);

@@ -8,6 +8,9 @@
 #include <cstdlib>
 #include <new>
 
+// The replacements pair malloc with free on purpose.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
 namespace {
 std::atomic<bool> counting{false};
 std::atomic<long> allocations{0};
