@@ -1,0 +1,101 @@
+# Tests of vantor-render: unit tests on its library, and end-to-end runs of the
+# built program against the real engine (they need a complete engine to pass;
+# one that renders silence still yields WAV files of the right length).
+foreach(test midifile loop preset wavwriter)
+  target_link_libraries(tools_render_${test}_test PRIVATE vantor_render_lib)
+endforeach()
+
+add_executable(tools_render_wavcheck ${CMAKE_CURRENT_LIST_DIR}/wavcheck.cpp)
+target_link_libraries(tools_render_wavcheck PRIVATE PkgConfig::SNDFILE)
+set_target_properties(tools_render_wavcheck PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${VANTOR_TEST_DIR})
+
+set(RENDER_OUT ${VANTOR_TEST_DIR}/render_e2e)
+file(MAKE_DIRECTORY ${RENDER_OUT})
+set(RENDER $<TARGET_FILE:vantor-render>)
+set(WAVCHECK $<TARGET_FILE:tools_render_wavcheck>)
+set(CLIP ${RENDER_OUT}/clip.mid) # 1.5 s: 66150 frames at 44100 Hz, 72000 at 48000 Hz
+
+# Renders with ARGS; when CHECK is given, a second test checks the WAV with wavcheck.
+function(vantor_render_test name)
+  cmake_parse_arguments(T "" "" "ARGS;CHECK;REQUIRES" ${ARGN})
+  add_test(NAME tools.render.${name} COMMAND ${RENDER} ${T_ARGS} --quiet)
+  set_tests_properties(tools.render.${name} PROPERTIES
+    FIXTURES_REQUIRED "render_clip;${T_REQUIRES}" FIXTURES_SETUP render_${name})
+  if(T_CHECK)
+    add_test(NAME tools.render.${name}.check COMMAND ${WAVCHECK} ${T_CHECK})
+    set_tests_properties(tools.render.${name}.check PROPERTIES FIXTURES_REQUIRED render_${name})
+  endif()
+endfunction()
+
+# A run that must fail with a message matching EXPECT and leave ABSENT unwritten.
+function(vantor_render_failure name expect absent)
+  string(REPLACE ";" "|" command "${RENDER};${ARGN}")
+  add_test(NAME tools.render.fails.${name}
+    COMMAND ${CMAKE_COMMAND} "-DCOMMAND=${command}" "-DEXPECT=${expect}" "-DABSENT=${absent}"
+            -P ${CMAKE_CURRENT_LIST_DIR}/expect_failure.cmake)
+  set_tests_properties(tools.render.fails.${name} PROPERTIES FIXTURES_REQUIRED render_clip)
+endfunction()
+
+add_test(NAME tools.render.make_clip COMMAND $<TARGET_FILE:vantor-mkdemo> --clip ${CLIP})
+set_tests_properties(tools.render.make_clip PROPERTIES FIXTURES_SETUP render_clip)
+
+# The committed demo piece is what the generator writes.
+add_test(NAME tools.render.demo_file_is_generated
+  COMMAND ${CMAKE_COMMAND} -E chdir ${RENDER_OUT} sh -c
+          "'$<TARGET_FILE:vantor-mkdemo>' demo.mid && cmp demo.mid '${CMAKE_SOURCE_DIR}/data/demo/demo.mid'")
+
+vantor_render_test(length_44100 ARGS ${CLIP} -o ${RENDER_OUT}/clip44.wav --tail 0
+  CHECK ${RENDER_OUT}/clip44.wav --frames 66150 --rate 44100 --format 24)
+vantor_render_test(length_48000_float ARGS ${CLIP} -o ${RENDER_OUT}/clip48.wav --tail 0
+  --rate 48000 --format float
+  CHECK ${RENDER_OUT}/clip48.wav --frames 72000 --rate 48000 --format float)
+vantor_render_test(tail_16bit ARGS ${CLIP} -o ${RENDER_OUT}/tail.wav --tail 2 --format 16
+  CHECK ${RENDER_OUT}/tail.wav --min-frames 66150 --max-frames 154350 --format 16)
+
+# Same input and seed: same bytes, with the noise waveform drawing on the random generator.
+set(NOISE --set voice1_osc1_noise-on=1)
+vantor_render_test(seed_a ARGS ${CLIP} -o ${RENDER_OUT}/seed_a.wav --seed 7 --tail 1 ${NOISE})
+vantor_render_test(seed_b ARGS ${CLIP} -o ${RENDER_OUT}/seed_b.wav --seed 7 --tail 1 ${NOISE}
+  REQUIRES render_seed_a
+  CHECK ${RENDER_OUT}/seed_b.wav --same ${RENDER_OUT}/seed_a.wav)
+
+# The main command: the demo with the default preset; 26.709 s of MIDI.
+vantor_render_test(demo ARGS ${CMAKE_SOURCE_DIR}/data/demo/demo.mid -o ${RENDER_OUT}/demo.wav
+  CHECK ${RENDER_OUT}/demo.wav --min-frames 1177879 --rate 44100)
+
+# Every shipped preset loads into the real engine (all its names exist) and renders.
+file(GLOB PRESET_FILES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/data/presets/*.json)
+foreach(file ${PRESET_FILES})
+  get_filename_component(preset ${file} NAME_WE)
+  vantor_render_test(preset_${preset} ARGS ${CLIP} -o ${RENDER_OUT}/preset_${preset}.wav --tail 0
+    --preset ${preset} CHECK ${RENDER_OUT}/preset_${preset}.wav --frames 66150)
+endforeach()
+
+vantor_render_test(save_state ARGS --preset pluck --set master_volume=0.4
+  --save-state ${RENDER_OUT}/pluck.state)
+vantor_render_test(load_state ARGS ${CLIP} -o ${RENDER_OUT}/state.wav --tail 0
+  --load-state ${RENDER_OUT}/pluck.state REQUIRES render_save_state
+  CHECK ${RENDER_OUT}/state.wav --frames 66150)
+
+add_test(NAME tools.render.list_params COMMAND ${RENDER} --list-params)
+set_tests_properties(tools.render.list_params PROPERTIES
+  PASS_REGULAR_EXPRESSION "voice12_vcf_cutoff")
+
+add_test(NAME tools.render.make_truncated
+  COMMAND sh -c "head -c 40 '${CLIP}' > '${RENDER_OUT}/truncated.mid'")
+set_tests_properties(tools.render.make_truncated PROPERTIES
+  FIXTURES_REQUIRED render_clip FIXTURES_SETUP render_truncated)
+vantor_render_failure(truncated_midi "truncated" ${RENDER_OUT}/bad1.wav
+  ${RENDER_OUT}/truncated.mid -o ${RENDER_OUT}/bad1.wav)
+set_tests_properties(tools.render.fails.truncated_midi PROPERTIES
+  FIXTURES_REQUIRED "render_clip;render_truncated")
+vantor_render_failure(missing_engine "cannot load the engine" ${RENDER_OUT}/bad2.wav
+  ${CLIP} -o ${RENDER_OUT}/bad2.wav --engine ${RENDER_OUT}/no-such-engine.so)
+vantor_render_failure(unknown_parameter "closest matches: voice1_vcf_cutoff" ${RENDER_OUT}/bad3.wav
+  ${CLIP} -o ${RENDER_OUT}/bad3.wav --set voice1_vcf_cutof=0.5)
+vantor_render_failure(value_out_of_range "outside 0..1" ${RENDER_OUT}/bad4.wav
+  ${CLIP} -o ${RENDER_OUT}/bad4.wav --set master_volume=1.5)
+vantor_render_failure(unknown_preset "unknown preset 'nosuch'.*init" ${RENDER_OUT}/bad5.wav
+  ${CLIP} -o ${RENDER_OUT}/bad5.wav --preset nosuch)
+vantor_render_failure(unwritable_output "cannot write" ${RENDER_OUT}/no-such-folder/out.wav
+  ${CLIP} -o ${RENDER_OUT}/no-such-folder/out.wav)

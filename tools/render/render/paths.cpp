@@ -1,0 +1,52 @@
+#include "render/paths.h"
+
+#include <algorithm>
+#include <system_error>
+
+namespace Norvell::Render {
+
+namespace fs = std::filesystem;
+
+fs::path ExecutableDir() {
+    std::error_code ec;
+    const fs::path exe = fs::read_symlink("/proc/self/exe", ec);
+    return ec ? fs::current_path() : exe.parent_path();
+}
+
+std::vector<fs::path> EngineCandidates(const fs::path& exeDir) {
+    return {exeDir / "vantorengine.so", exeDir / ".." / "lib" / "vantorengine.so"};
+}
+
+std::vector<fs::path> PresetFolders(const fs::path& exeDir) {
+    return {exeDir / ".." / ".." / "data" / "presets",
+            exeDir / ".." / "share" / "vantor" / "presets"};
+}
+
+bool LooksLikeFile(const std::string& preset) {
+    std::error_code ec;
+    return preset.find('/') != std::string::npos || fs::path(preset).extension() == ".json" ||
+           fs::is_regular_file(preset, ec);
+}
+
+std::optional<fs::path> FindPreset(const std::string& name, const std::vector<fs::path>& folders) {
+    for (const auto& folder : folders) {
+        std::error_code ec;
+        const fs::path candidate = folder / (name + ".json");
+        if (fs::is_regular_file(candidate, ec)) return candidate.lexically_normal();
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> ListPresets(const std::vector<fs::path>& folders) {
+    std::vector<std::string> names;
+    for (const auto& folder : folders) {
+        std::error_code ec;
+        for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec))
+            if (it->path().extension() == ".json") names.push_back(it->path().stem().string());
+    }
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
+}
+
+} // namespace Norvell::Render

@@ -1,0 +1,30 @@
+#pragma once
+// Where the renderer finds the engine library and the named presets, relative
+// to its own executable (build tree: build/bin, build/lib, data/presets;
+// installed: bin, lib, share/vantor/presets).
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Norvell::Render {
+
+std::filesystem::path ExecutableDir();
+
+// Engine candidates in search order: next to the executable, then ../lib.
+std::vector<std::filesystem::path> EngineCandidates(const std::filesystem::path& exeDir);
+
+// Preset folders in search order: ../../data/presets, then ../share/vantor/presets.
+std::vector<std::filesystem::path> PresetFolders(const std::filesystem::path& exeDir);
+
+// An argument names a file when it has a folder part, ends in .json or exists.
+bool LooksLikeFile(const std::string& preset);
+
+// First folder holding NAME.json.
+std::optional<std::filesystem::path> FindPreset(const std::string& name,
+                                                const std::vector<std::filesystem::path>& folders);
+
+// Names of the presets in the folders, sorted, without duplicates.
+std::vector<std::string> ListPresets(const std::vector<std::filesystem::path>& folders);
+
+} // namespace Norvell::Render

@@ -1,0 +1,36 @@
+#pragma once
+// One-line progress bar on stderr with elapsed time and real-time factor.
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "render/renderloop.h"
+
+namespace Norvell::Render {
+
+// Wall time spent against audio time rendered: below 1 is faster than real time.
+double RealTimeFactor(double elapsedSeconds, int64_t frames, uint32_t sampleRate);
+
+// "-6.0 dBFS", or "-inf dBFS" for digital silence.
+std::string FormatDbfs(float peak);
+
+class ProgressBar {
+public:
+    ProgressBar(bool enabled, uint32_t sampleRate);
+
+    // Redraws at most ten times a second.
+    void Update(const RenderProgress& progress, int voices);
+    // Erases the bar.
+    void Finish();
+
+    double ElapsedSeconds() const;
+
+private:
+    bool enabled_;
+    bool drawn_ = false;
+    uint32_t sampleRate_;
+    std::chrono::steady_clock::time_point start_;
+    std::chrono::steady_clock::time_point lastDraw_;
+};
+
+} // namespace Norvell::Render

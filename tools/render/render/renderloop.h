@@ -1,0 +1,67 @@
+#pragma once
+// The block loop: delivers the timeline to a host block by block, renders, and
+// decides where the release tail ends.
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+
+#include "render/timeline.h"
+
+namespace Norvell::Render {
+
+// What the loop needs from an engine; the real one is Engine (engine.h).
+class Host {
+public:
+    virtual ~Host() = default;
+    virtual void SetParam(uint32_t id, float value) = 0;
+    virtual void UpdateVoiceSetup() = 0;
+    virtual void ProcessMidi(uint32_t message) = 0;
+    virtual void Render(float* left, float* right, uint32_t frames, float sampleRate,
+                        float tempo) = 0;
+    virtual void CollectChanges() = 0;
+};
+
+class AudioSink {
+public:
+    virtual ~AudioSink() = default;
+    virtual void Write(const float* left, const float* right, size_t frames) = 0;
+};
+
+struct RenderSettings {
+    uint32_t sampleRate = 44100;
+    uint32_t blockSize = 32;
+    double tailSeconds = 30.0; // longest tail after the last event
+    double silenceDb = -90.0;  // a block is silent when its RMS is below this
+    double silenceHold = 1.0;  // seconds of silence that end the tail
+    double silencePad = 0.2;   // seconds of that silence kept in the file
+};
+
+struct RenderProgress {
+    int64_t frames;   // rendered so far
+    int64_t endFrame; // end of the MIDI part
+    int64_t capFrame; // end of the longest possible tail
+};
+
+struct RenderStats {
+    int64_t frames = 0;      // written to the sink
+    float peak = 0.0f;       // largest absolute sample written
+    bool tailCapped = false; // the tail was cut by the cap, not by silence
+};
+
+class RenderAborted : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Called after every block; returning false aborts with RenderAborted.
+using ProgressFn = std::function<bool(const RenderProgress&)>;
+
+// Every block: Param actions due, UpdateVoiceSetup, Midi and Immediate actions in
+// order, Render, CollectChanges. An action falls into the block holding its frame.
+// The output holds the frames up to the last event, then the tail: it ends
+// silencePad seconds into the first run of silenceHold seconds of silence, and
+// never later than tailSeconds after the last event.
+RenderStats RenderTimeline(Host& host, const Timeline& timeline, const RenderSettings& settings,
+                           AudioSink& sink, const ProgressFn& progress = {});
+
+} // namespace Norvell::Render
