@@ -1,14 +1,27 @@
 #include "processor/modules/vca.h"
 
+#include <algorithm>
+
 namespace Norvell::Vantor {
 
 void Init(VcaState& state) {
-
-    (void)state;
+    state.smoothState = 0.0f;
+    std::fill(std::begin(state.smoothed), std::end(state.smoothed), 0.0f);
 }
 
-int32_t Process(VcaState& state, Inputs, uint64_t, Outputs, uint64_t, const ProcessContext&) {
-    (void)state;
+int32_t Process(VcaState& state, Inputs in, uint64_t, Outputs out, uint64_t,
+                const ProcessContext&) {
+    if (in == nullptr || in[0] == nullptr || out == nullptr || out[0] == nullptr)
+        return kProcessMissing;
+    // A missing modulation input freezes the previous block's smoothed values.
+    if (in[1] != nullptr) SmoothBlock(in[1], state.smoothState, kVcaSmoothing, state.smoothed);
+    if (state.params.Refresh()) state.gain = state.params[0];
+
+    const float* x = in[0];
+    float* y = out[0];
+    const float gain = state.gain;
+    for (int n = 0; n < kBlockSize; ++n)
+        y[n] = std::min(std::max(state.smoothed[n] + gain, 0.0f), 1.0f) * x[n];
     return kProcessOk;
 }
 

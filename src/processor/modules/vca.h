@@ -1,18 +1,37 @@
 #pragma once
-// Voltage-controlled amplifier.
+// Voltage-controlled amplifier: gain plus a smoothed level modulation,
+// clamped to 0..1.
 #include "processor/paramrecord.h"
 #include "processor/processcontext.h"
 
+#include <cmath>
 #include <cstdint>
 
 namespace Norvell::Vantor {
 
+inline constexpr float kVcaSmoothing = 0.1003797f;
+
+// One-pole smoothing of a 32-sample modulation block (shared with the FM
+// amount module). A state that has decayed to almost nothing is snapped to 0
+// so that it never lingers among the subnormals.
+inline void SmoothBlock(const float* x, float& state, float coefficient, float* smoothed) {
+    float s = state;
+    for (int n = 0; n < kBlockSize; ++n) {
+        s += (x[n] - s) * coefficient;
+        smoothed[n] = s;
+    }
+    state = std::fabs(s) < 1e-30f ? 0.0f : s;
+}
+
 struct VcaState {
-    ParamRecord<1> params;
-    float gain = 0.0f; // copy of the gain value in use
+    ParamRecord<1> params; // gain
+    float gain = 0.0f;     // copy of the gain value in use
+    float smoothState = 0.0f;
+    float smoothed[kBlockSize] = {}; // smoothed level modulation of the block
 };
 
 void Init(VcaState& state);
+// Inputs: 0 signal, 1 level modulation. Always 32 samples.
 int32_t Process(VcaState& state, Inputs in, uint64_t count, Outputs out, uint64_t outCount,
                 const ProcessContext& ctx);
 
