@@ -15,3 +15,6 @@ public:
 };
 
 } // namespace Norvell
+
+// Throws a CException carrying the file and line of the throw site.
+#define VANTOR_THROW(message) throw ::Norvell::CException((message), __FILE__, __LINE__)

@@ -14,6 +14,10 @@ enum class KnownFolder { ProgramData, Desktop };
 
 // Full path of the library file itself (backslash form).
 std::string GetDyLibFullPath();
+// Backslash form of a native library path, with an upper-case drive letter.
+std::string NormalizeLibraryPath(const std::string& nativePath);
+// File name of a backslash path without folder and without extension.
+std::string ProductNameOf(const std::string& libraryPath);
 // Folder part of a path, never ending in a separator.
 std::string GetParentFolder(const std::string& path);
 bool GetKnownFolderPath(KnownFolder id, std::string& out);

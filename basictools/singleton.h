@@ -38,4 +38,13 @@ private:
     static inline std::mutex mutex;
 };
 
+// A static of this type destroys the instance when the program ends or the
+// library is unloaded.
+template <typename T> struct CSingletonRelease {
+    CSingletonRelease() = default;
+    CSingletonRelease(const CSingletonRelease&) = delete;
+    CSingletonRelease& operator=(const CSingletonRelease&) = delete;
+    ~CSingletonRelease() { CSingleton<T>::DestroyInstance(); }
+};
+
 } // namespace Norvell

@@ -20,6 +20,11 @@ public:
     // System clock in 100-nanosecond units since 1970-01-01 UTC.
     static int64_t Now100ns();
 
+    // Replaces the clock read by Now100ns (nullptr restores the system
+    // clock); returns the previous one. Lets tests drive a timer exactly.
+    using Clock = int64_t (*)();
+    static Clock SetClock(Clock clock);
+
 private:
     std::string name;
     uint32_t level;

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <sstream>
@@ -40,6 +41,13 @@ public:
     // Creation stamp as used in an extended log file name.
     static std::string CreationStamp(int64_t time100ns);
 
+    // Receives every formatted line, whether a log file is open or not, so
+    // that tools and tests can show or check the log; empty to remove.
+    using LineSink = std::function<void(const std::string& line)>;
+    void SetLineSink(LineSink sink);
+    // Sets a category's threshold as a log.conf line would (the latest call wins).
+    void SetThreshold(const std::string& category, int level);
+
     // Read access for tests and tools.
     const std::map<std::string, int>& Categories() const { return categories; }
     const std::string& OutputFile() const { return outputFile; }
@@ -55,6 +63,7 @@ private:
     bool extendedFilename = true;
     std::ofstream logFile;
     int64_t creationTime;
+    LineSink lineSink;
     std::mutex lock;
 };
 

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -24,6 +23,15 @@ struct LogLine {
 
 std::string Trim(const std::string& s) {
     return s.substr(0, s.find_last_not_of(' ') + 1);
+}
+
+// "(" + source + "::Line " + number + ")", as a CException appends it.
+bool IsLocation(const std::string& s) {
+    const size_t at = s.rfind("::Line ");
+    if (s.size() < 3 || s.front() != '(' || s.back() != ')' || at == std::string::npos)
+        return false;
+    const std::string line = s.substr(at + 7, s.size() - at - 8);
+    return !line.empty() && line.find_first_not_of("-0123456789") == std::string::npos;
 }
 
 std::string Name(const Norvell::Processor::ParamInfo& info) {
@@ -121,7 +129,6 @@ TEST_F(LoaderTest, EveryFailureLogsOneErrorLineAndKeepsWhatWasRead) {
         {Doc(params + "<group/></params>"), "Node not enabled group", true, 1},
         {Doc(params + "text</params>"), "Node not enabled ", true, 1},
     };
-    const std::regex location(R"(\(.+::Line \d+\))");
     for (const FailureRow& row : rows) {
         SCOPED_TRACE(row.xml);
         EXPECT_FALSE(Load(row.xml));
@@ -131,7 +138,7 @@ TEST_F(LoaderTest, EveryFailureLogsOneErrorLineAndKeepsWhatWasRead) {
         const std::string head = "[XML] Error on parse file " + path + " : " + row.message;
         ASSERT_EQ(errors[0].text.rfind(head, 0), 0u) << errors[0].text;
         const std::string tail = errors[0].text.substr(head.size());
-        EXPECT_TRUE(row.located ? std::regex_match(tail, location) : tail.empty()) << tail;
+        EXPECT_TRUE(row.located ? IsLocation(tail) : tail.empty()) << tail;
         EXPECT_EQ(loader.ParamInfos().size(), row.keptParams);
         EXPECT_EQ(loader.ParamSources().size(), row.keptParams);
     }
@@ -144,8 +151,8 @@ TEST_F(LoaderTest, MissingFileAndTimerLines) {
     EXPECT_FALSE(loader.LoadEngineDescription((dir / "absent.xml").string()));
     ASSERT_EQ(Lines("notice").size(), 2u);
     EXPECT_EQ(Lines("notice")[0].text, "[XML] File not found, unlock and exit.");
-    EXPECT_TRUE(
-        std::regex_match(Lines("notice")[1].text, std::regex("Read Audio Engine XML : \\d+ ms")));
+    const std::string timer = Lines("notice")[1].text;
+    EXPECT_TRUE(timer.starts_with("Read Audio Engine XML : ") && timer.ends_with(" ms")) << timer;
     EXPECT_TRUE(Lines("error").empty());
 
     // Without a path the name comes from the library (here the test program).
@@ -223,7 +230,8 @@ TEST_F(LoaderTest, LinesAreJoinedWithoutTerminators) {
     ASSERT_EQ(lfInfos.size(), 3u);
     EXPECT_EQ(lfSources[0].instance, "m-0");
 
-    const std::string crlf = std::regex_replace(lf, std::regex("\n"), "\r\n");
+    std::string crlf;
+    for (char c : lf) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
     ASSERT_TRUE(Load(crlf));
     ASSERT_EQ(loader.ParamInfos().size(), 3u);
     for (size_t i = 0; i < 3; ++i) {
