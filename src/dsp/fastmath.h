@@ -7,7 +7,7 @@
 namespace Norvell::dsp {
 
 // 2^x from a rational correction of the exponent bits. Inputs below -126 give
-// the -126 result; NaN counts as -126 and inputs above 128 as 128 (infinity),
+// the -126 result; NaN gives about 2^-126 and inputs above 128 give infinity,
 // so the integer conversion never overflows.
 inline float FastPow2(float x) {
     float p = x;

@@ -80,14 +80,10 @@ TEST_F(AmbientNoiseRun, RateChangeSwitchesRecordingAndKeepsThePosition) {
     ExpectPlays(Blocks(44100.0f, 2), 44100.0f, (224 + 19200) % 16384);
 }
 
-TEST_F(AmbientNoiseRun, OtherRatesPlayThe44100Recording) {
+TEST_F(AmbientNoiseRun, OtherRatesPlayThe44100RecordingAndAMissingOutputIsReported) {
     ExpectPlays(Blocks(44100.5f, 2), 44100.0f, 0);
-    const std::vector<float>& r441 = SelectAmbientRecording(AmbientRecordings(), 44100.0f).samples;
-    EXPECT_EQ(&SelectAmbientRecording(AmbientRecordings(), 22050.0f).samples, &r441);
-    EXPECT_EQ(&SelectAmbientRecording(AmbientRecordings(), 96000.5f).samples, &r441);
-}
-
-TEST_F(AmbientNoiseRun, MissingOutputIsReported) {
+    EXPECT_EQ(&SelectAmbientRecording(AmbientRecordings(), 96000.5f),
+              &SelectAmbientRecording(AmbientRecordings(), 44100.0f));
     EXPECT_EQ(Process(noise, nullptr, 0, nullptr, 1, ctx), kProcessMissing);
 }
 
