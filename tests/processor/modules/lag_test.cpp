@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 
 using namespace Norvell::Vantor;
 
@@ -17,21 +16,23 @@ float Key(int key) {
 
 class LagTest : public ::testing::Test {
 protected:
-    void Start(float sampleRate) {
+    // Fresh lag on the key source; mode {is_linear, equal_time}.
+    void Start(float sampleRate, float rate, float linear = 0.0f, float equal = 0.0f) {
         lag = LagState{};
         voices = VoiceState{};
         Init(lag, 0);
         for (uint32_t i = 0; i < kLagParamCount; ++i) lag.params.bound[i] = &values[i];
-        values[kLagInputSelector] = 6.5f / 28.0f; // the key
-        ctx.sampleRate = sampleRate;
-        ctx.frameCount = kBlockSize;
-        ctx.voiceState = &voices;
+        values[kLagInputSelector] = 6.5f / 28.0f;
+        values[kLagRate] = rate;
+        values[kLagIsLinear] = linear;
+        values[kLagEqualTime] = equal;
+        ctx = {120.0f, sampleRate, kBlockSize, &voices};
         AddVoice(voices.activeVoices, 0);
     }
     void NoteOn(int key) {
         AddVoice(voices.gateVoices, 0);
         AddVoice(voices.triggerVoices, 0);
-        std::fill(std::begin(input), std::end(input), Key(key));
+        std::fill(input, input + kBlockSize, Key(key));
     }
     void Block() {
         float* in[2] = {input, rateMod};
@@ -39,7 +40,7 @@ protected:
         ASSERT_EQ(Process(lag, in, 29, outs, 1, ctx), kProcessOk);
         RemoveVoice(voices.triggerVoices, 0);
     }
-    // Samples from the note-on until the output lands on the key.
+    // Samples from a note-on until the output lands on its key.
     int GlideSamples(int from, int to) {
         NoteOn(from);
         for (int b = 0; b < 20; ++b) Block();
@@ -56,16 +57,13 @@ protected:
     float values[kLagParamCount] = {};
     VoiceState voices;
     ProcessContext ctx;
-    float input[kBlockSize] = {};
-    float rateMod[kBlockSize] = {};
-    float out[kBlockSize] = {};
+    float input[kBlockSize] = {}, rateMod[kBlockSize] = {}, out[kBlockSize] = {};
 };
 
 TEST_F(LagTest, ExponentialTimeConstantIsAFifthOfTheTableTime) {
     // k = (1/rate) / (0.2 T + 1/rate); T = 1.3 us at rate 0, 4.508333 s at 1.
     for (const auto& [rate, seconds] : {std::pair{0.0f, 1.3e-6}, {1.0f, 4.508333}}) {
-        Start(1000.0f);
-        values[kLagRate] = rate;
+        Start(1000.0f, rate);
         NoteOn(64);
         Block();
         const double k = 0.001 / (0.2 * seconds + 0.001);
@@ -74,27 +72,19 @@ TEST_F(LagTest, ExponentialTimeConstantIsAFifthOfTheTableTime) {
     }
 }
 
-TEST_F(LagTest, EqualTimeGlidesTakeTheTableTimeWhateverTheDistance) {
-    // Breakpoint 20 of the equal-time table: 0.125 s, 125.5 samples at
-    // 1004 Hz. A note-on restarts the glide on each sample of its block,
-    // which adds less than one block.
-    Start(1004.0f);
-    values[kLagRate] = 20.0f / 63.0f;
-    values[kLagIsLinear] = 1.0f;
-    values[kLagEqualTime] = 1.0f;
+TEST_F(LagTest, EqualTimeGlidesOfOneAndTwelveKeysTakeTheTableTime) {
+    // Breakpoint 20: 0.125 s, 125.5 samples at 1004 Hz. The note-on block
+    // restarts the glide on each of its samples, adding less than a block.
+    Start(1004.0f, 20 / 63.0f, 1.0f, 1.0f);
     const int octave = GlideSamples(60, 72);
-    Start(1004.0f);
-    values[kLagRate] = 20.0f / 63.0f;
-    const int semitone = GlideSamples(60, 61);
-    EXPECT_EQ(octave, semitone);
+    Start(1004.0f, 20 / 63.0f, 1.0f, 1.0f);
+    EXPECT_EQ(GlideSamples(60, 61), octave);
     EXPECT_GE(octave, 125.5 - 1);
     EXPECT_LE(octave, 125.5 + kBlockSize);
 }
 
 TEST_F(LagTest, LinearStepsOneKeyPerTableTimeAndCirclesASteadyInput) {
-    Start(44100.0f);
-    values[kLagRate] = 30.0f / 63.0f; // 0.002 s per key step
-    values[kLagIsLinear] = 1.0f;
+    Start(44100.0f, 30 / 63.0f, 1.0f); // breakpoint 30: 0.002 s per key
     const double step = (1.0 / 127.0) / (0.002 * 44100.0);
     NoteOn(64);
     Block();
@@ -107,8 +97,7 @@ TEST_F(LagTest, LinearStepsOneKeyPerTableTimeAndCirclesASteadyInput) {
 }
 
 TEST_F(LagTest, LegatoJumpsAtPhraseStartAndGlidesOverlappingNotes) {
-    Start(1000.0f);
-    values[kLagRate] = 0.5f;
+    Start(1000.0f, 0.5f);
     values[kLagLegato] = 1.0f;
     NoteOn(60);
     Block();
@@ -122,10 +111,9 @@ TEST_F(LagTest, LegatoJumpsAtPhraseStartAndGlidesOverlappingNotes) {
     NoteOn(48);
     Block();
     EXPECT_EQ(out[0], Key(48));
-    // An inactive voice outputs zeros.
-    voices.activeVoices = 0;
+    voices.activeVoices = 0; // an inactive voice outputs zeros
     Block();
-    EXPECT_EQ(*std::max_element(std::begin(out), std::end(out)), 0.0f);
+    EXPECT_EQ(*std::max_element(out, out + kBlockSize), 0.0f);
 }
 
 } // namespace

