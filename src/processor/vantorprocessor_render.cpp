@@ -219,6 +219,7 @@ void VantorProcessor::RenderVoice(int v) {
     // 7.4 tracking generators
     for (int t = 0; t < 3; ++t) {
         TrackState& tracker = m.trackers[3 * v + t];
+        RefreshParams(tracker); // the bipolar test reads the current selection
         tracker.bipolar = IsBipolarSource(tracker.inputIndex) ? 1 : 0;
         if (!SourceInUse(v, 21 + t)) continue;
         float* out[1] = {vb.track[t]};

@@ -84,6 +84,8 @@ void EngineHarness::SetupSingleVoicePatch() {
         Set(p + "zone", 0.0f);
         Set(p + "vca1_gain", 1.0f);
         Set(p + "vca2_gain", 1.0f);
+        Set(p + "osc1_detune", 0.5f);
+        Set(p + "osc2_detune", 0.5f);
     }
     Set("zone1_min_note", 0.0f);
     Set("zone1_max_note", 1.0f);
