@@ -1,17 +1,111 @@
 #include "processor/modules/dubdelay.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace Norvell::Vantor {
 
-void Init(DubDelayState& state) {
-    state.ready = true;
-}
-void Reset(DubDelayState& state) {
-    (void)state;
+namespace {
+
+constexpr int32_t kBufMax = DubDelayState::kBufMax;
+
+void ComputeDerived(DubDelayState& s, float sampleRate) {
+    const auto& p = s.params;
+    s.delaySamples = sampleRate * (0.988f * p[kDubDelayTime] + 0.012f);
+    s.depthSamples = p[kDubDelayLfoDepth] * 0.049f * s.delaySamples;
+    s.lfoIncrement = (9.5f * p[kDubDelayLfoRate] + 0.5f) * 628.31854f / sampleRate;
+    const float feedback = p[kDubDelayFeedback];
+    s.fbk = std::fabs(feedback);
+    s.release = feedback > 0.5f ? 0.9997f : 0.8f;
+    const float x = 2.0f * p[kDubDelayFbTone] - 1.0f;
+    float f;
+    if (x >= 0.0f) {
+        s.lowMix = 1.0f;
+        s.highMix = -0.5f * x;
+        f = std::pow(10.0f, 1.125f * x + 2.2f);
+    } else {
+        s.lowMix = 1.0f + x;
+        s.highMix = -x;
+        f = std::pow(10.0f, 2.25f * x + 4.45f);
+    }
+    s.toneCoef = std::exp(-6.2831855f * f / sampleRate);
+    s.wet = p[kDubDelayDryWet];
+    s.dry = 1.0f - p[kDubDelayDryWet];
 }
 
-int32_t Process(DubDelayState& state, Inputs, uint64_t, Outputs, uint64_t, const ProcessContext&) {
-    (void)state;
-    return kProcessUnusable;
+// Delayed sample at pos behind write index w, interpolated linearly.
+inline float ReadLine(const float* buf, float pos, int32_t w) {
+    const int32_t ip = StepIndex(pos, 1.0f, kBufMax);
+    int32_t r = ip + w;
+    if (r > kBufMax) r -= kBufMax + 1;
+    const float a = buf[r];
+    const float b = buf[r + 1 > kBufMax ? 0 : r + 1];
+    return a + (b - a) * (pos - static_cast<float>(ip));
+}
+
+} // namespace
+
+void Init(DubDelayState& state) {
+    for (DubDelayChannel& c : state.ch) c.buf.assign(kBufMax + 2, 0.0f);
+    Reset(state);
+    state.ready = true;
+}
+
+void Reset(DubDelayState& state) {
+    for (DubDelayChannel& c : state.ch) {
+        std::fill(c.buf.begin(), c.buf.end(), 0.0f);
+        c.pos = c.tgt = c.step = c.lp = c.env = 0.0f;
+    }
+    state.w = 0;
+    state.lfoPhase = 0.0f;
+}
+
+int32_t Process(DubDelayState& state, Inputs in, uint64_t, Outputs out, uint64_t,
+                const ProcessContext& ctx) {
+    bool recompute = false;
+    const int32_t status = state.Begin(in, out, ctx, recompute);
+    if (status != kProcessOk) return status;
+    if (recompute) ComputeDerived(state, ctx.sampleRate);
+
+    DubDelayState& s = state;
+    const float* x[2] = {in[0], in[1]};
+    float* y[2] = {out[0], out[1]};
+    int counter = 0; // modulation update every 100 samples, from the call's first
+    for (int32_t n = 0; n < ctx.frameCount; ++n) {
+        if (counter == 0) {
+            const float sine = std::sin(s.lfoPhase);
+            s.lfoPhase += s.lfoIncrement;
+            if (s.lfoPhase > kTwoPi) s.lfoPhase -= kTwoPi;
+            const float goal = s.delaySamples - s.depthSamples - sine * s.depthSamples;
+            for (DubDelayChannel& c : s.ch) {
+                c.tgt += (goal - c.tgt) * 0.01f;
+                c.step = (c.tgt - c.pos) * 0.01f;
+            }
+            counter = 100;
+        }
+        --counter;
+        if (--s.w < 0) s.w = kBufMax;
+        for (int k = 0; k < 2; ++k) {
+            DubDelayChannel& c = s.ch[k];
+            c.pos += c.step;
+            const float d = ReadLine(c.buf.data(), c.pos, s.w);
+            const float in0 = x[k][n];
+            const float fed = d * s.fbk + in0;
+            c.lp = fed + (c.lp - fed) * s.toneCoef;
+            float z = fed * s.lowMix + c.lp * s.highMix;
+            c.env = std::max(std::fabs(z), c.env * s.release);
+            if (c.env > 1.0f) z /= c.env;
+            c.buf[static_cast<size_t>(s.w)] = FlushTiny(z);
+            y[k][n] = in0 * s.dry + d * s.wet;
+        }
+    }
+    for (DubDelayChannel& c : s.ch) {
+        if (std::fabs(c.lp) < 1e-10f) {
+            c.lp = 0.0f;
+            c.env = 0.0f;
+        }
+    }
+    return kProcessOk;
 }
 
 } // namespace Norvell::Vantor

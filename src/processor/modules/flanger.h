@@ -1,18 +1,43 @@
 #pragma once
-// Flanger (effect type 4).
-#include "processor/paramrecord.h"
-#include "processor/processcontext.h"
+// Flanger (effect type 4): one parabolic sweep shared by both channels,
+// feedback around each channel's short delay line, inverted wet mix.
+#include "processor/modules/effectcommon.h"
 
+#include <array>
 #include <cstdint>
 
 namespace Norvell::Vantor {
 
-struct FlangerState {
-    ParamRecord<5> params;
-    bool ready = false;
+enum FlangerParam : size_t {
+    kFlangerRate,
+    kFlangerDepth,
+    kFlangerFeedback,
+    kFlangerDelay,
+    kFlangerDryWet,
+    kFlangerParamCount
 };
 
-// Allocates and clears the effect's memory and marks it ready (construction only).
+struct FlangerState : EffectCore<kFlangerParamCount> {
+    static constexpr int32_t kLineLength = 2048;
+    static constexpr int32_t kMask = kLineLength - 1;
+
+    // Derived values.
+    float increment = 0.0f; // sweep phase advance per sample
+    float sweep = 0.0f;     // swept part of the delay (samples)
+    float minimum = 0.0f;   // fixed part of the delay (samples)
+    float fb = 0.0f;
+    float wet = 0.0f;
+    float dry = 1.0f;
+
+    std::array<float, kLineLength> bufL{};
+    std::array<float, kLineLength> bufR{};
+    int32_t w = 0;
+    float phase = 0.0f; // sweep phase, -1..1
+    float lastL = 0.0f; // previous delayed samples
+    float lastR = 0.0f;
+};
+
+// Clears the effect's memory and marks it ready (construction only).
 void Init(FlangerState& state);
 // Clears the effect's memory (all notes off).
 void Reset(FlangerState& state);

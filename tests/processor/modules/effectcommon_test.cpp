@@ -1,5 +1,5 @@
-// The contract every effect type shares: call results, untouched outputs on a
-// refused call, independent instances, reset, and a clean decay into silence.
+// What every effect type shares: call results, independent instances, reset,
+// the dry signal at dry/wet 0, and a clean decay into silence.
 #include "effecttest.h"
 #include "processor/modules/chorus.h"
 #include "processor/modules/dualphaser.h"
@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
 #include <memory>
 #include <span>
 #include <vector>
@@ -22,85 +22,34 @@ namespace {
 
 using Memory = std::vector<std::span<const float>>;
 
-// Per type: a setting with audible feedback and a fully wet mix, and the
-// delay memory to inspect.
+// Per type: parameter values in binding order with audible feedback (the
+// last, dry/wet, is set by each test) and the memory that must hold no
+// subnormal numbers.
 template <typename State> struct Traits;
-
 template <> struct Traits<StereoDelayState> {
-    static void Configure(StereoDelayState& s) {
-        s.params.values[kDelayTime1] = 0.3f;
-        s.params.values[kDelayTime2] = 0.2f;
-        s.params.values[kDelayFeedback1] = 0.5f;
-        s.params.values[kDelayFeedback2] = 0.5f;
-        s.params.values[kDelayDamping] = 0.5f;
-        s.params.values[kDelayDryWet] = 1.0f;
-    }
+    static constexpr float kValues[] = {0.3f, 0, 0.5f, 0.2f, 0, 0, 0.5f, 0, 0, 0, 0, 1};
     static Memory Lines(const StereoDelayState& s) { return {s.line[0].buf, s.line[1].buf}; }
 };
-
 template <> struct Traits<DualPhaserState> {
-    static void Configure(DualPhaserState& s) {
-        s.params.values[kPhaserRate1] = 0.5f;
-        s.params.values[kPhaserRate2] = 0.6f;
-        s.params.values[kPhaserFeedback1] = 0.8f;
-        s.params.values[kPhaserFeedback2] = 0.8f;
-        s.params.values[kPhaserDepth1] = 0.5f;
-        s.params.values[kPhaserDepth2] = 0.5f;
-        s.params.values[kPhaserType2] = 1.0f;
-        s.params.values[kPhaserDryWet] = 1.0f;
-    }
+    static constexpr float kValues[] = {0.5f, 0, 0.8f, 0.5f, 0, 0.6f, 0, 0.8f, 0, 1, 0, 0, 0, 1};
     static Memory Lines(const DualPhaserState& s) {
         return {s.section[0].stage, s.section[1].stage};
     }
 };
-
 template <> struct Traits<DubDelayState> {
-    static void Configure(DubDelayState& s) {
-        s.params.values[kDubDelayTime] = 0.05f;
-        s.params.values[kDubDelayFbTone] = 0.7f;
-        s.params.values[kDubDelayFeedback] = 0.7f;
-        s.params.values[kDubDelayLfoDepth] = 0.5f;
-        s.params.values[kDubDelayLfoRate] = 0.5f;
-        s.params.values[kDubDelayDryWet] = 1.0f;
-    }
+    static constexpr float kValues[] = {0.05f, 0.7f, 0.7f, 0.5f, 0, 1};
     static Memory Lines(const DubDelayState& s) { return {s.ch[0].buf, s.ch[1].buf}; }
 };
-
 template <> struct Traits<FlangerState> {
-    static void Configure(FlangerState& s) {
-        s.params.values[kFlangerRate] = 0.5f;
-        s.params.values[kFlangerDepth] = 0.5f;
-        s.params.values[kFlangerFeedback] = 1.0f;
-        s.params.values[kFlangerDelay] = 0.5f;
-        s.params.values[kFlangerDryWet] = 1.0f;
-    }
+    static constexpr float kValues[] = {0.5f, 0.5f, 1.0f, 0.5f, 1};
     static Memory Lines(const FlangerState& s) { return {s.bufL, s.bufR}; }
 };
-
 template <> struct Traits<ChorusState> {
-    static void Configure(ChorusState& s) {
-        s.params.values[kChorusType] = 1.0f;
-        s.params.values[kChorusRate] = 0.5f;
-        s.params.values[kChorusAmount] = 0.5f;
-        s.params.values[kChorusDelay] = 0.5f;
-        s.params.values[kChorusStereoWidth] = 0.5f;
-        s.params.values[kChorusStereoRate] = 0.5f;
-        s.params.values[kChorusDryWet] = 1.0f;
-    }
+    static constexpr float kValues[] = {1.0f, 0.5f, 0.5f, 0.5f, 0.5f, 0, 1};
     static Memory Lines(const ChorusState& s) { return {s.line[0].store, s.line[1].store}; }
 };
-
 template <> struct Traits<PlateReverbState> {
-    static void Configure(PlateReverbState& s) {
-        s.params.values[kReverbInGain] = 1.0f;
-        s.params.values[kReverbDamping] = 0.3f;
-        s.params.values[kReverbBrightness] = 0.8f;
-        s.params.values[kReverbDiffusion] = 0.6f;
-        s.params.values[kReverbDecay] = 0.9f;
-        s.params.values[kReverbFeedback] = 0.6f;
-        s.params.values[kReverbTime] = 0.1f;
-        s.params.values[kReverbDryWet] = 1.0f;
-    }
+    static constexpr float kValues[] = {1.0f, 0.3f, 0.8f, 0.6f, 0.9f, 0.6f, 0.1f, 1};
     static Memory Lines(const PlateReverbState& s) {
         Memory m;
         for (const ReverbRing& r : s.ring) m.emplace_back(r.data);
@@ -108,11 +57,20 @@ template <> struct Traits<PlateReverbState> {
     }
 };
 
-template <typename State> std::unique_ptr<State> MakeEffect() {
+template <typename State> std::unique_ptr<State> MakeEffect(float dryWet = 1.0f) {
     auto s = std::make_unique<State>();
-    Traits<State>::Configure(*s);
+    static_assert(sizeof(Traits<State>::kValues) == sizeof(s->params.values));
+    std::copy(std::begin(Traits<State>::kValues), std::end(Traits<State>::kValues),
+              s->params.values);
+    s->params.values[std::size(s->params.values) - 1] = dryWet;
     Init(*s);
     return s;
+}
+
+size_t CountSubnormals(std::span<const float> values) {
+    size_t n = 0;
+    for (float v : values) n += std::fpclassify(v) == FP_SUBNORMAL ? 1 : 0;
+    return n;
 }
 
 template <typename State> class EffectContract : public ::testing::Test {};
@@ -120,45 +78,39 @@ using EffectTypes = ::testing::Types<StereoDelayState, DualPhaserState, DubDelay
                                      ChorusState, PlateReverbState>;
 TYPED_TEST_SUITE(EffectContract, EffectTypes);
 
-constexpr float kSentinel = 7.0f;
-
 } // namespace
 
 TYPED_TEST(EffectContract, RefusedCallsAnswerTheirResultAndLeaveTheOutputs) {
     auto s = MakeEffect<TypeParam>();
     Signal input = Noise(32);
-    Signal output = Constant(32, kSentinel, kSentinel);
+    Signal output = Constant(32, 7.0f);
     float* in[2] = {input.left.data(), input.right.data()};
     float* out[2] = {output.left.data(), output.right.data()};
+    float* halfIn[2] = {input.left.data(), nullptr};
+    float* halfOut[2] = {nullptr, output.right.data()};
+    TypeParam notReady;
 
     EXPECT_EQ(Process(*s, in, 2, out, 2, Context(44100.0f, 120.0f, 0)), kProcessUnusable);
     EXPECT_EQ(Process(*s, in, 2, out, 2, Context(0.0f)), kProcessUnusable);
     EXPECT_EQ(Process(*s, in, 2, out, 2, Context(44100.0f, 0.0f)), kProcessUnusable);
-    TypeParam notReady; // never initialised
     EXPECT_EQ(Process(notReady, in, 2, out, 2, Context()), kProcessUnusable);
-
-    float* halfIn[2] = {input.left.data(), nullptr};
-    float* halfOut[2] = {nullptr, output.right.data()};
     EXPECT_EQ(Process(*s, nullptr, 2, out, 2, Context()), kProcessMissing);
     EXPECT_EQ(Process(*s, in, 2, nullptr, 2, Context()), kProcessMissing);
     EXPECT_EQ(Process(*s, halfIn, 2, out, 2, Context()), kProcessMissing);
     EXPECT_EQ(Process(*s, in, 2, halfOut, 2, Context()), kProcessMissing);
-
-    for (size_t i = 0; i < 32; ++i) {
-        ASSERT_EQ(output.left[i], kSentinel);
-        ASSERT_EQ(output.right[i], kSentinel);
-    }
+    EXPECT_EQ(output.left, Constant(32, 7.0f).left);
+    EXPECT_EQ(output.right, Constant(32, 7.0f).right);
     EXPECT_EQ(Process(*s, in, 2, out, 2, Context()), kProcessOk);
 }
 
-// Slot 1 sees slot 0's output, block by block, as in the render; each must
-// behave exactly like an instance running alone.
+// Slot 1 takes slot 0's output block by block, as in the render; each
+// instance must behave exactly as one running alone.
 TYPED_TEST(EffectContract, TwoInstancesKeepTheirOwnMemory) {
     auto slot0 = MakeEffect<TypeParam>();
     auto slot1 = MakeEffect<TypeParam>();
     const Signal input = Noise(32 * 200, 0.5f, 7);
-    Signal out0 = Silence(input.size());
-    Signal out1 = Silence(input.size());
+    Signal out0 = Constant(input.size(), 0.0f);
+    Signal out1 = out0;
     for (size_t at = 0; at < input.size(); at += 32) {
         float* in[2] = {const_cast<float*>(&input.left[at]), const_cast<float*>(&input.right[at])};
         float* o0[2] = {&out0.left[at], &out0.right[at]};
@@ -166,43 +118,44 @@ TYPED_TEST(EffectContract, TwoInstancesKeepTheirOwnMemory) {
         Process(*slot0, in, 2, o0, 2, Context());
         Process(*slot1, o0, 2, o1, 2, Context());
     }
-    auto alone0 = MakeEffect<TypeParam>();
-    auto alone1 = MakeEffect<TypeParam>();
-    const Signal ref0 = Run(*alone0, input);
-    const Signal ref1 = Run(*alone1, ref0);
+    const Signal ref0 = RunEffect(*MakeEffect<TypeParam>(), input);
+    const Signal ref1 = RunEffect(*MakeEffect<TypeParam>(), ref0);
     EXPECT_EQ(out0.left, ref0.left);
-    EXPECT_EQ(out0.right, ref0.right);
     EXPECT_EQ(out1.left, ref1.left);
     EXPECT_EQ(out1.right, ref1.right);
 }
 
+TYPED_TEST(EffectContract, DryWetZeroGivesTheDrySignal) {
+    auto s = MakeEffect<TypeParam>(0.0f);
+    const Signal in = Noise(32 * 300);
+    const Signal out = RunEffect(*s, in);
+    EXPECT_EQ(out.left, in.left);
+    EXPECT_EQ(out.right, in.right);
+}
+
 TYPED_TEST(EffectContract, ResetForgetsTheSound) {
     auto s = MakeEffect<TypeParam>();
-    Run(*s, Noise(32 * 100));
+    RunEffect(*s, Noise(32 * 100));
     Reset(*s);
     for (std::span<const float> line : Traits<TypeParam>::Lines(*s))
         for (float v : line) ASSERT_EQ(v, 0.0f);
-    // What follows is silence (up to the stereo delay's 1e-25 offset).
+    // Silence follows (up to the stereo delay's 1e-25 offset).
     EXPECT_LT(Peak(RunSilence(*s, 32 * 2000)), 1e-20f);
 }
 
 TYPED_TEST(EffectContract, ImpulseDiesAwayCleanly) {
     auto s = MakeEffect<TypeParam>();
-    const size_t second = 44096; // whole blocks
-    Signal out = Run(*s, Impulse(second, 1.0f, 64));
-    const float firstPeak = Peak(out);
-    ASSERT_GT(firstPeak, 0.01f); // the effect made itself heard
-    size_t subnormalOut = 0;
+    const size_t second = 32 * 1378;
+    const float first = Peak(RunEffect(*s, Impulse(second)));
+    ASSERT_GT(first, 0.01f); // the effect made itself heard
     Signal tail;
     for (int k = 0; k < 12; ++k) {
         tail = RunSilence(*s, second);
-        for (size_t i = 0; i < tail.size(); ++i) {
+        for (size_t i = 0; i < tail.size(); ++i)
             ASSERT_TRUE(std::isfinite(tail.left[i]) && std::isfinite(tail.right[i]));
-        }
-        subnormalOut += CountSubnormals(tail.left) + CountSubnormals(tail.right);
+        ASSERT_EQ(CountSubnormals(tail.left) + CountSubnormals(tail.right), 0u);
     }
-    EXPECT_EQ(subnormalOut, 0u);
-    EXPECT_LT(Peak(tail), 1e-6f * firstPeak);
+    EXPECT_LT(Peak(tail), 1e-6f * first);
     for (std::span<const float> line : Traits<TypeParam>::Lines(*s))
         EXPECT_EQ(CountSubnormals(line), 0u);
 }

@@ -1,0 +1,56 @@
+#pragma once
+// What the six effect types share: the call checks (results 4 and 2), the
+// ready flag, the parameter copies with change detection, and the decision to
+// recompute derived values.
+#include "processor/paramrecord.h"
+#include "processor/processcontext.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+
+namespace Norvell::Vantor {
+
+inline constexpr float kTwoPi = 6.2831855f;
+
+// 4 when the effect cannot run (not ready, no frames, no usable rate or
+// tempo), 2 when an input or output pointer is missing, else 0.
+inline int32_t CheckEffectCall(bool ready, Inputs in, Outputs out, const ProcessContext& ctx) {
+    if (!ready || ctx.frameCount < 1 || !(ctx.sampleRate > 0.0f) || !(ctx.tempo > 0.0f))
+        return kProcessUnusable;
+    if (in == nullptr || out == nullptr || in[0] == nullptr || in[1] == nullptr ||
+        out[0] == nullptr || out[1] == nullptr)
+        return kProcessMissing;
+    return kProcessOk;
+}
+
+// Values far below audibility become 0, so recirculating memories never hold
+// subnormal numbers (which are slow on most processors).
+inline float FlushTiny(float x) {
+    return std::fabs(x) < 1e-30f ? 0.0f : x;
+}
+
+// Common head of every effect state. N = number of parameters, in binding order.
+template <size_t N> struct EffectCore {
+    ParamRecord<N> params;
+    bool ready = false;
+    // Sample rate the derived values were computed for (0: not yet computed).
+    float derivedRate = 0.0f;
+
+    // Runs the call checks, then refreshes the parameter copies. On kProcessOk,
+    // recompute tells whether the derived values are due: a parameter changed,
+    // the first call, or a new sample rate.
+    int32_t Begin(Inputs in, Outputs out, const ProcessContext& ctx, bool& recompute) {
+        const int32_t status = CheckEffectCall(ready, in, out, ctx);
+        if (status != kProcessOk) return status;
+        const bool changed = params.Refresh();
+        recompute = changed || ctx.sampleRate != derivedRate;
+        derivedRate = ctx.sampleRate;
+        return kProcessOk;
+    }
+
+    // The next call recomputes its derived values (after a reset).
+    void InvalidateDerived() { derivedRate = 0.0f; }
+};
+
+} // namespace Norvell::Vantor
