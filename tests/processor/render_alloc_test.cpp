@@ -23,35 +23,37 @@ void* Allocate(size_t size, size_t alignment) {
                   : std::malloc(size);
     return p;
 }
+
+void* AllocateOrThrow(size_t size, size_t alignment) {
+    if (void* p = Allocate(size, alignment)) return p;
+    throw std::bad_alloc();
+}
 } // namespace
 
-void* operator new(size_t size) {
-    if (void* p = Allocate(size, 0)) return p;
-    throw std::bad_alloc();
+// Every form of the global allocation functions, counted.
+void* operator new(size_t n) {
+    return AllocateOrThrow(n, 0);
 }
-void* operator new[](size_t size) {
-    if (void* p = Allocate(size, 0)) return p;
-    throw std::bad_alloc();
+void* operator new[](size_t n) {
+    return AllocateOrThrow(n, 0);
 }
-void* operator new(size_t size, std::align_val_t a) {
-    if (void* p = Allocate(size, static_cast<size_t>(a))) return p;
-    throw std::bad_alloc();
+void* operator new(size_t n, std::align_val_t a) {
+    return AllocateOrThrow(n, size_t(a));
 }
-void* operator new[](size_t size, std::align_val_t a) {
-    if (void* p = Allocate(size, static_cast<size_t>(a))) return p;
-    throw std::bad_alloc();
+void* operator new[](size_t n, std::align_val_t a) {
+    return AllocateOrThrow(n, size_t(a));
 }
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size, 0);
+void* operator new(size_t n, const std::nothrow_t&) noexcept {
+    return Allocate(n, 0);
 }
-void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size, 0);
+void* operator new[](size_t n, const std::nothrow_t&) noexcept {
+    return Allocate(n, 0);
 }
-void* operator new(size_t size, std::align_val_t a, const std::nothrow_t&) noexcept {
-    return Allocate(size, static_cast<size_t>(a));
+void* operator new(size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
+    return Allocate(n, size_t(a));
 }
-void* operator new[](size_t size, std::align_val_t a, const std::nothrow_t&) noexcept {
-    return Allocate(size, static_cast<size_t>(a));
+void* operator new[](size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
+    return Allocate(n, size_t(a));
 }
 void operator delete(void* p) noexcept {
     std::free(p);
