@@ -19,6 +19,21 @@ inline float FastPow2(float x) {
     return std::bit_cast<float>(static_cast<int32_t>(e));
 }
 
+// Clamp to lo..hi; NaN gives lo, so a NaN parameter never reaches a table or a state.
+inline float Clamp(float x, float lo, float hi) {
+    if (!(x >= lo)) return lo;
+    return x > hi ? hi : x;
+}
+inline float Clamp01(float x) {
+    return Clamp(x, 0.0f, 1.0f);
+}
+
+// Rational soft saturation v (v^2 + 27) / (9 v^2 + 27): close to tanh, 1 at v = 3.
+inline float SoftSaturate(float v) {
+    const float v2 = v * v;
+    return v * (v2 + 27.0f) / (9.0f * v2 + 27.0f);
+}
+
 // 128 entries, entry m = 440 * 2^((m - 69) / 12).
 const float* NoteFrequencies();
 

@@ -3,6 +3,7 @@
 // table, the edge-softening curve, the periodic phase step and the random
 // step.
 #include "dsp/breakpointtable.h"
+#include "dsp/fastmath.h"
 
 #include <cstdint>
 
@@ -10,12 +11,6 @@ namespace Norvell::dsp {
 
 // Free LFO rates in Hz, 0.0373 to 27.59, read with a position 0..1.
 const BreakpointTable<64>& LfoSpeedTable();
-
-// Clamp to lo..hi; NaN gives lo.
-inline float Clamp(float x, float lo, float hi) {
-    if (!(x > lo)) return lo;
-    return x > hi ? hi : x;
-}
 
 // ln 130, as the softening curve takes it.
 inline constexpr float kLn130 = 4.8675346f;

@@ -1,6 +1,7 @@
 #include "processor/modules/envelope.h"
 
 #include "dsp/breakpointtable.h"
+#include "dsp/fastmath.h"
 #include "processor/modules/voices.h"
 
 #include <algorithm>
@@ -55,9 +56,7 @@ const TimeTable kReleaseTable = TimeTable::FromBreakpoints({{0, 0.006f},
 // Stands in for an unconnected modulation input.
 const float kSilence[kBlockSize] = {};
 
-float Clamp01(float v) {
-    return std::min(std::max(v, 0.0f), 1.0f);
-}
+using dsp::Clamp01;
 
 void TakeParams(EnvelopeState& s) {
     const auto& p = s.params;

@@ -50,11 +50,7 @@ constexpr float kHpDamping = 1.4144272f; // triangle high-pass damping
 constexpr float kTwoPi = 6.2831855f;
 constexpr float kZeros[kBlockSize] = {};
 
-// Clamp that maps NaN to the lower bound.
-inline float Clamp(float x, float lo, float hi) {
-    if (!(x >= lo)) return lo;
-    return x > hi ? hi : x;
-}
+using dsp::Clamp;
 
 // Calls tap(q, b) for the taps of a step d samples in the past: b is the
 // step table read with linear interpolation at 64 d + 64 q. d is kept within
@@ -107,8 +103,7 @@ void SetRateCoefficients(OscillatorState& s, float rate) {
 void FillHumTable(OscillatorState& s) {
     for (float& hum : s.humTable) {
         const float x = std::sin(s.humPhase) * 72.2f + 35.8f;
-        const float shaped = x * (x * x + 27.0f) / (9.0f * x * x + 27.0f);
-        hum = Clamp(shaped, -1.0f, 1.0f) * 0.009135802f * 0.01f;
+        hum = Clamp(dsp::SoftSaturate(x), -1.0f, 1.0f) * 0.009135802f * 0.01f;
         s.humPhase += s.invRate * 703.7168f;
         while (s.humPhase > kTwoPi) s.humPhase -= kTwoPi;
     }

@@ -1,6 +1,7 @@
 #include "processor/modules/stereodelay.h"
 
 #include "dsp/breakpointtable.h"
+#include "dsp/fastmath.h"
 
 #include <algorithm>
 #include <array>
@@ -23,15 +24,8 @@ constexpr std::array<float, 16> kSyncFactors = {
     16.0f, 12.0f,      8.0f, 6.0f,  4.0f,       3.0f, 2.6666667f,  2.0f,
     1.5f,  1.3333334f, 1.0f, 0.75f, 0.6666667f, 0.5f, 0.33333334f, 0.25f};
 
-float Clamp(float v, float lo, float hi) {
-    return v < lo ? lo : (v > hi ? hi : v);
-}
-
-// Soft clipper v (v^2 + 27) / (9 v^2 + 27).
-inline float SoftClip(float v) {
-    const float v2 = v * v;
-    return v * (v2 + 27.0f) / (9.0f * v2 + 27.0f);
-}
+using dsp::Clamp;
+using dsp::SoftSaturate;
 
 void ComputeDerived(StereoDelayState& s) {
     const auto& p = s.params;
@@ -164,7 +158,7 @@ int32_t Process(StereoDelayState& state, Inputs in, uint64_t, Outputs out, uint6
         const float m =
             ((off + line.band + 0.5f * cross) * damping * 0.9f + (1.0f - damping) * cross) * g;
         const int32_t wi = (line.write + n) % kLen;
-        line.buf[static_cast<size_t>(wi)] = Clamp(SoftClip(m), -1.0f, 1.0f) * 2.0f / g;
+        line.buf[static_cast<size_t>(wi)] = Clamp(SoftSaturate(m), -1.0f, 1.0f) * 2.0f / g;
     };
 
     for (int32_t n = 0; n < frames; ++n) {

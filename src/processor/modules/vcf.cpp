@@ -120,9 +120,7 @@ float PrewarpedGain(float angle) {
 // Cubic soft clip, monotonic and 1 at |v| = 3; the pre-clamp to 3 keeps huge
 // or NaN arguments from turning into NaN and changes the result by rounding only.
 float SoftClip(float v) {
-    v = std::fmin(std::fmax(v, -3.0f), 3.0f);
-    const float v2 = v * v;
-    return std::clamp(v * (v2 + 27.0f) / (9.0f * v2 + 27.0f), -1.0f, 1.0f);
+    return std::clamp(dsp::SoftSaturate(std::fmin(std::fmax(v, -3.0f), 3.0f)), -1.0f, 1.0f);
 }
 
 float Sample(const float* buffer, int i) {
