@@ -142,25 +142,14 @@ void VantorProcessor::RenderBlock() {
         const int32_t type = active == 0.0f ? 0 : StepIndex(selector, 7.0f, 6);
         if (type == 0) continue;
         float* out[2] = {bank.slotLeft[s], bank.slotRight[s]};
+        auto run = [&](auto& instances) { Process(instances[s], pair, 2, out, 2, processContext); };
         switch (type) {
-        case 1:
-            Process(m.delays[s], pair, 2, out, 2, processContext);
-            break;
-        case 2:
-            Process(m.phasers[s], pair, 2, out, 2, processContext);
-            break;
-        case 3:
-            Process(m.dubDelays[s], pair, 2, out, 2, processContext);
-            break;
-        case 4:
-            Process(m.flangers[s], pair, 2, out, 2, processContext);
-            break;
-        case 5:
-            Process(m.choruses[s], pair, 2, out, 2, processContext);
-            break;
-        default:
-            Process(m.reverbs[s], pair, 2, out, 2, processContext);
-            break;
+        case 1: run(m.delays); break;
+        case 2: run(m.phasers); break;
+        case 3: run(m.dubDelays); break;
+        case 4: run(m.flangers); break;
+        case 5: run(m.choruses); break;
+        default: run(m.reverbs); break;
         }
         pair[0] = out[0];
         pair[1] = out[1];
