@@ -147,3 +147,21 @@ TEST(Notes, GarbageMessagesAreIgnored) {
     }
     EXPECT_EQ(h.Processor().Voices().gateVoices, 0u);
 }
+
+TEST(Notes, AFullSustainQueueLetsTheNextNoteOffThrough) {
+    EngineHarness h;
+    h.SetupPolyPatch();
+    h.Set("sustain-hold", 1.0f);
+    h.Set("pedal-sustain", 1.0f);
+    h.NoteOn(60);
+    h.RenderBlocks(1);
+    auto& voices = h.Processor().Voices();
+    ASSERT_TRUE(Norvell::Vantor::HasVoice(voices.gateVoices, 0));
+    // 1536 held note-offs of keys no voice holds fill the queue.
+    for (int i = 0; i < 1536; ++i) h.NoteOff(10 + i % 40);
+    h.RenderBlocks(1);
+    EXPECT_TRUE(Norvell::Vantor::HasVoice(voices.gateVoices, 0));
+    h.NoteOff(60); // the queue is full: processed at once, pedal still down
+    h.RenderBlocks(1);
+    EXPECT_FALSE(Norvell::Vantor::HasVoice(voices.gateVoices, 0));
+}
