@@ -1,4 +1,5 @@
 // The whole voice chain and the effect slots through the host interface.
+#include "dsp/fastmath.h"
 #include "engine_harness.h"
 
 #include <gtest/gtest.h>
@@ -33,6 +34,27 @@ void SawVoice(EngineHarness& h) {
 }
 
 } // namespace
+
+TEST(VoiceChain, SawtoothPlaysTheKeysPitch) {
+    EngineHarness h;
+    SawVoice(h);
+    h.Set("voice1_vcf_cutoff", 1.0f);
+    h.NoteOn(69);
+    h.RenderBlocks(10);
+    const Stereo out = h.RenderBlocks(44100 / 32);
+    // Rising zero crossings, interpolated between samples.
+    std::vector<double> crossings;
+    for (size_t n = 1; n < out.left.size(); ++n)
+        if (out.left[n - 1] < 0.0f && out.left[n] >= 0.0f)
+            crossings.push_back(n - 1 + out.left[n - 1] / (out.left[n - 1] - out.left[n]));
+    ASSERT_GT(crossings.size(), 100u);
+    const double measured =
+        (crossings.size() - 1) * 44100.0 / (crossings.back() - crossings.front());
+    // Key base is the note table entry of key - 12; freq 12/63 adds 12 "semitones".
+    const double expected =
+        Norvell::dsp::FastPow2(0.083213426f * 12.0f) * Norvell::dsp::NoteFrequencies()[69 - 12];
+    EXPECT_NEAR(measured, expected, 0.5);
+}
 
 TEST(VoiceChain, FilterSweepInEveryModeStaysFiniteAndBounded) {
     for (int mode = 0; mode < 15; ++mode) {
