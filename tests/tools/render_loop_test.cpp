@@ -3,257 +3,105 @@
 
 #include <cmath>
 #include <functional>
-#include <string>
-#include <vector>
 
 #include "render/renderloop.h"
 #include "render/timeline.h"
 
 using namespace Norvell::Render;
+using Kind = HostAction::Kind;
+using Signal = std::function<float(int64_t)>;
+using Strings = std::vector<std::string>;
 
-namespace {
+static std::string Text(const char* format, uint32_t number, float value = 0) {
+    char text[64];
+    std::snprintf(text, sizeof text, format, number, value);
+    return text;
+}
 
-// Records every call with the index of the block it belongs to.
-class FakeHost : public Host {
-public:
-    std::vector<std::string> calls;
-    std::vector<float> tempos; // tempo of each Render
-    // Sample value of an absolute frame; silence by default.
-    std::function<float(int64_t)> signal = [](int64_t) { return 0.0f; };
+// Fake host and sink: logs every call, plays `signal` (value at an absolute frame).
+struct Session : Host, AudioSink {
+    Strings calls;
+    std::vector<float> out;
+    Signal signal;
+    int64_t frame = 0;
+    RenderStats stats;
 
-    void SetParam(uint32_t id, float value) override {
-        calls.push_back(Tag() + "param " + std::to_string(id) + "=" + std::to_string(value));
+    Session(const Timeline& t, double tail, Signal s = {}, const ProgressFn& progress = {})
+        : signal(std::move(s)) { // blocks of 32 frames = 32 ms
+        stats = RenderTimeline(*this, t, RenderSettings{1000, 32, tail}, *this, progress);
     }
-    void UpdateVoiceSetup() override { calls.push_back(Tag() + "update"); }
-    void ProcessMidi(uint32_t message) override {
-        calls.push_back(Tag() + "midi " + std::to_string(message));
-    }
+    void SetParam(uint32_t id, float v) override { calls.push_back(Text("param %u=%.9g", id, v)); }
+    void UpdateVoiceSetup() override { calls.push_back("update"); }
+    void ProcessMidi(uint32_t message) override { calls.push_back(Text("midi %X", message)); }
     void Render(float* left, float* right, uint32_t frames, float, float tempo) override {
-        for (uint32_t i = 0; i < frames; ++i) left[i] = right[i] = signal(frame_ + i);
-        frame_ += frames;
-        tempos.push_back(tempo);
-        calls.push_back(Tag() + "render");
-        ++block_;
+        for (uint32_t i = 0; i < frames; ++i, ++frame)
+            left[i] = right[i] = signal ? signal(frame) : 0;
+        calls.push_back("render " + std::to_string(int(tempo)));
     }
     void CollectChanges() override {}
-
-    std::vector<std::string> CallsOfBlock(int block) const {
-        std::vector<std::string> out;
-        const std::string prefix = std::to_string(block) + ": ";
-        for (const auto& c : calls)
-            if (c.rfind(prefix, 0) == 0) out.push_back(c.substr(prefix.size()));
-        return out;
-    }
-
-private:
-    int block_ = 0;
-    int64_t frame_ = 0;
-    std::string Tag() const { return std::to_string(block_) + ": "; }
+    void Write(const float* l, const float*, size_t n) override { out.insert(out.end(), l, l + n); }
 };
 
-struct MemorySink : AudioSink {
-    std::vector<float> left, right;
-    void Write(const float* l, const float* r, size_t frames) override {
-        left.insert(left.end(), l, l + frames);
-        right.insert(right.end(), r, r + frames);
-    }
-};
-
-HostAction Midi(int64_t frame, uint32_t message) {
-    HostAction a;
-    a.frame = frame;
-    a.kind = HostAction::Kind::Midi;
-    a.message = message;
-    return a;
-}
-
-HostAction Param(int64_t frame, uint32_t id, float value,
-                 HostAction::Kind kind = HostAction::Kind::Param) {
-    HostAction a;
-    a.frame = frame;
-    a.kind = kind;
-    a.id = id;
-    a.value = value;
-    return a;
-}
-
-RenderSettings Settings(double tail) {
-    RenderSettings s;
-    s.sampleRate = 1000; // one block = 32 ms, easy figures
-    s.tailSeconds = tail;
-    return s;
-}
-
-Norvell::Render::SmfFile OneTrack(std::vector<SmfEvent> events) {
-    SmfFile file;
-    file.division = 480;
-    file.tracks.push_back(std::move(events));
-    return file;
-}
-
-SmfEvent Channel(uint64_t tick, uint8_t status, uint8_t d1, uint8_t d2 = 0) {
-    SmfEvent e;
-    e.tick = tick;
-    e.status = status;
-    e.data1 = d1;
-    e.data2 = d2;
-    return e;
-}
-
-} // namespace
-
-TEST(RenderTimeline, MidiMessagesAndControllersBecomeHostActions) {
-    ControlIds ids;
-    ids.modwheel = 1;
-    ids.expression = 2;
-    ids.sustain = 3;
-    ids.pitchbend = 4;
-    ids.aftertouch = 5;
-    ids.allNotesOff = 6;
-    const auto file =
-        OneTrack({Channel(0, 0x91, 60, 100), Channel(0, 0xA1, 60, 33), Channel(0, 0xB0, 1, 127),
-                  Channel(0, 0xB0, 11, 0), Channel(0, 0xB0, 64, 64), Channel(0, 0xE0, 0x00, 0x40),
-                  Channel(0, 0xE0, 0x7F, 0x7F), Channel(0, 0xE0, 0, 0), Channel(0, 0xD0, 127),
-                  Channel(0, 0xB0, 123, 0), Channel(0, 0xB0, 7, 100), Channel(0, 0xC0, 5),
-                  Channel(0, 0x81, 60, 64)});
-    const auto actions = BuildTimeline(file, 44100, ids).actions;
-    ASSERT_EQ(actions.size(), 11u);
-    EXPECT_EQ(actions[0].kind, HostAction::Kind::Midi);
-    EXPECT_EQ(actions[0].message, 0x91u | 60u << 8 | 100u << 16);
-    EXPECT_EQ(actions[1].message, 0xA1u | 60u << 8 | 33u << 16);
-    const struct {
-        uint32_t id;
-        float value;
-    } params[] = {{1, 1.0f}, {2, 0.0f}, {3, 64 / 127.0f}, {4, 0.5f}, {4, 16383 / 16384.0f},
-                  {4, 0.0f}, {5, 1.0f}};
-    for (size_t i = 0; i < std::size(params); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(actions[2 + i].kind, HostAction::Kind::Param);
-        EXPECT_EQ(actions[2 + i].id, params[i].id);
-        EXPECT_FLOAT_EQ(actions[2 + i].value, params[i].value);
-    }
-    EXPECT_EQ(actions[9].kind, HostAction::Kind::Immediate); // all notes off keeps its place
-    EXPECT_EQ(actions[9].id, 6u);
-    EXPECT_EQ(actions[10].message, 0x81u | 60u << 8 | 64u << 16);
-
+TEST(RenderLoop, MidiMessagesAndControllersBecomeHostCalls) {
+    const ControlIds ids{1, 2, 3, 4, 5, 6}; // modwheel, expression, sustain, bend, pressure, off
+    const uint8_t messages[][3] = {
+        {0x91, 60, 100}, {0xA1, 60, 33},     {0xB0, 1, 127}, {0xB0, 11, 0},  {0xB0, 64, 64},
+        {0xE0, 0, 0x40}, {0xE0, 0x7F, 0x7F}, {0xE0, 0, 0},   {0xD0, 127, 0}, {0xB0, 123, 0},
+        {0xB0, 7, 100},  {0xC0, 5, 0},       {0x81, 60, 64}};
+    SmfFile file{0, 480, {{}}};
+    for (const auto& m : messages)
+        file.tracks[0].push_back({0, 0, SmfEventType::Channel, m[0], m[1], m[2]});
+    Timeline timeline = BuildTimeline(file, 1000, ids);
+    timeline.endFrame = 32; // one block
+    // Controllers before UpdateVoiceSetup; all notes off keeps its place among the notes.
+    EXPECT_EQ(Session(timeline, 0).calls,
+              (Strings{"param 1=1", "param 2=0", "param 3=0.503937006", "param 4=0.5",
+                       "param 4=0.999938965", "param 4=0", "param 5=1", "update", "midi 643C91",
+                       "midi 213CA1", "param 6=1", "midi 403C81", "render 120"}));
     // Controllers the engine does not have are dropped, notes still pass.
     EXPECT_EQ(BuildTimeline(file, 44100, {}).actions.size(), 3u);
 }
 
-TEST(RenderLoop, ActionsFallIntoTheirBlockInHostOrder) {
-    Timeline t;
-    t.actions = {Midi(0, 0x90),  Param(31, 7, 0.25f),
-                 Midi(31, 0x91), Param(31, 9, 1.0f, HostAction::Kind::Immediate),
-                 Midi(32, 0x92), Param(40, 8, 0.5f)};
-    t.endFrame = 64;
-    FakeHost host;
-    MemorySink sink;
-    RenderTimeline(host, t, Settings(0), sink);
-
+TEST(RenderLoop, ActionsFallIntoTheirBlockInHostOrderWithTheirTempo) {
+    Timeline t{{}, 128, 96.0f};
+    t.actions = {{0, Kind::Midi, 0, 0, 0x90},  {31, Kind::Param, 7, 0.25f},
+                 {31, Kind::Midi, 0, 0, 0x91}, {31, Kind::Immediate, 9, 1.0f},
+                 {32, Kind::Midi, 0, 0, 0x92}, {40, Kind::Param, 8, 0.5f},
+                 {70, Kind::Tempo, 0, 140.0f}};
+    const Session run(t, 0);
     // Parameters before UpdateVoiceSetup (which clears trigger bits), then the
     // notes and immediate actions in their order, then Render.
-    EXPECT_EQ(host.CallsOfBlock(0),
-              (std::vector<std::string>{"param 7=0.250000", "update", "midi 144", "midi 145",
-                                        "param 9=1.000000", "render"}));
-    EXPECT_EQ(host.CallsOfBlock(1),
-              (std::vector<std::string>{"param 8=0.500000", "update", "midi 146", "render"}));
-    EXPECT_EQ(host.CallsOfBlock(2), std::vector<std::string>{});
-    EXPECT_EQ(sink.left.size(), 64u);
+    EXPECT_EQ(run.calls, (Strings{"param 7=0.25", "update", "midi 90", "midi 91", "param 9=1",
+                                  "render 96", "param 8=0.5", "update", "midi 92", "render 96",
+                                  "update", "render 140", "update", "render 140"}));
 }
 
-TEST(RenderLoop, TempoChangesReachTheBlockTheyFallIn) {
-    Timeline t;
-    t.startBpm = 96.0f;
-    HostAction tempo;
-    tempo.frame = 70;
-    tempo.kind = HostAction::Kind::Tempo;
-    tempo.value = 140.0f;
-    t.actions = {tempo};
-    t.endFrame = 128;
-    FakeHost host;
-    MemorySink sink;
-    RenderTimeline(host, t, Settings(0), sink);
-    EXPECT_EQ(host.tempos, (std::vector<float>{96.0f, 96.0f, 140.0f, 140.0f}));
-}
-
-TEST(RenderLoop, WithoutTailTheFileEndsAtTheLastEvent) {
-    Timeline t;
-    t.endFrame = 1001; // not a whole number of blocks
-    FakeHost host;
-    host.signal = [](int64_t) { return 0.5f; };
-    MemorySink sink;
-    const RenderStats stats = RenderTimeline(host, t, Settings(0), sink);
-    EXPECT_EQ(stats.frames, 1001);
-    EXPECT_EQ(sink.left.size(), 1001u);
-    EXPECT_FALSE(stats.tailCapped);
-    EXPECT_FLOAT_EQ(stats.peak, 0.5f);
-}
-
-TEST(RenderLoop, SilentOutputEndsTheTailAtTheLastEvent) {
-    Timeline t;
-    t.endFrame = 2000;
-    FakeHost host;
-    MemorySink sink;
-    const RenderStats stats = RenderTimeline(host, t, Settings(10), sink);
-    EXPECT_EQ(stats.frames, 2000);
-    EXPECT_EQ(stats.peak, 0.0f);
-}
-
-TEST(RenderLoop, TailEndsAPadAfterTheSoundStops) {
-    const RenderSettings s = Settings(10);
-    const double threshold = std::pow(10.0, s.silenceDb / 20.0);
-    Timeline t;
-    t.endFrame = 500;
-    FakeHost host;
-    // A release that stays above the threshold until frame 1500, then ambient noise
-    // well below it (one tenth of the threshold).
-    host.signal = [&](int64_t f) { return float(f < 1500 ? 0.1 : 0.1 * threshold); };
-    MemorySink sink;
-    const RenderStats stats = RenderTimeline(host, t, s, sink);
-    const int64_t silenceStart = 1504; // first whole silent block
-    EXPECT_EQ(stats.frames, silenceStart + int64_t(s.silencePad * s.sampleRate));
-    EXPECT_FALSE(stats.tailCapped);
-    EXPECT_FLOAT_EQ(sink.left[1499], 0.1f);
-}
-
-TEST(RenderLoop, ShortGapsInTheTailAreKept) {
-    Timeline t;
-    t.endFrame = 100;
-    FakeHost host;
-    // Echoes: sound, then 0.5 s of silence (shorter than the hold), then sound again.
-    host.signal = [](int64_t f) { return f < 800 || (f >= 1312 && f < 1600) ? 0.2f : 0.0f; };
-    MemorySink sink;
-    const RenderSettings s = Settings(10);
-    const RenderStats stats = RenderTimeline(host, t, s, sink);
-    EXPECT_EQ(stats.frames, 1600 + int64_t(s.silencePad * s.sampleRate));
-    ASSERT_GE(sink.left.size(), 1600u);
-    EXPECT_EQ(sink.left[1000], 0.0f);
-    EXPECT_EQ(sink.left[1400], 0.2f); // the later echo is at its own place
-}
-
-TEST(RenderLoop, EndlessSoundIsCutAtTheTailLimit) {
-    Timeline t;
-    t.endFrame = 300;
-    FakeHost host;
-    host.signal = [](int64_t f) { return f % 2 ? 0.01f : -0.01f; };
-    MemorySink sink;
-    const RenderStats stats = RenderTimeline(host, t, Settings(2.5), sink);
-    EXPECT_EQ(stats.frames, 300 + 2500);
-    EXPECT_TRUE(stats.tailCapped);
+TEST(RenderLoop, TheTailEndsAPadAfterTheSoundStopsOrAtTheLimit) {
+    const float quiet = float(0.1 * std::pow(10.0, RenderSettings{}.silenceDb / 20.0));
+    const int64_t pad = 200; // silencePad at 1000 Hz
+    const std::tuple<int64_t, double, Signal, int64_t, bool> cases[] = {
+        // endFrame, tail, signal, frames written, tail capped
+        {1001, 0, [](int64_t) { return 0.5f; }, 1001, false},  // not a whole number of blocks
+        {2000, 10, [](int64_t) { return 0.0f; }, 2000, false}, // silence: no tail
+        // A release until frame 1500, then noise below the threshold: 1504 starts a silent block.
+        {500, 10, [&](int64_t f) { return f < 1500 ? 0.1f : quiet; }, 1504 + pad, false},
+        // Echoes: a gap of 0.5 s, shorter than the hold, is kept.
+        {100, 10, [](int64_t f) { return f < 800 || (f >= 1312 && f < 1600) ? -0.2f : 0.0f; },
+         1600 + pad, false},
+        {300, 2.5, [](int64_t f) { return f % 2 ? 0.01f : -0.01f; }, 300 + 2500, true},
+    };
+    for (const auto& [endFrame, tail, signal, frames, capped] : cases) {
+        const Session run(Timeline{{}, endFrame}, tail, signal);
+        EXPECT_EQ(run.stats.frames, frames) << endFrame;
+        EXPECT_EQ(run.stats.tailCapped, capped) << endFrame;
+        EXPECT_FLOAT_EQ(run.stats.peak, std::fabs(signal(0))) << endFrame;
+        ASSERT_EQ(run.out.size(), size_t(frames)) << endFrame;
+        for (int64_t f = 0; f < frames; ++f) // the rendered sound, each frame at its own place
+            if (run.out[size_t(f)] != signal(f)) FAIL() << endFrame << ": frame " << f;
+    }
 }
 
 TEST(RenderLoop, ProgressCanAbortTheRender) {
-    Timeline t;
-    t.endFrame = 10000;
-    FakeHost host;
-    MemorySink sink;
-    int calls = 0;
-    EXPECT_THROW(RenderTimeline(host, t, Settings(0), sink,
-                                [&](const RenderProgress& p) {
-                                    EXPECT_EQ(p.frames, 32 * ++calls);
-                                    EXPECT_EQ(p.endFrame, 10000);
-                                    return calls < 3;
-                                }),
-                 RenderAborted);
-    EXPECT_EQ(calls, 3);
+    const auto stop = [](const RenderProgress& p) { return p.frames < 96 && p.endFrame == 10000; };
+    EXPECT_THROW(Session(Timeline{{}, 10000}, 0, {}, stop), RenderAborted);
 }
