@@ -1,55 +1,40 @@
 #include "dsp/smoother.h"
-
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 
 using Norvell::dsp::Smoother;
 
-namespace {
-
-float Coefficient(float time, float rate) {
-    return 1.0f - std::exp(-1.0f / (time * rate));
-}
-
+// Coefficient at 0.02 s: 1 - exp(-1 / (0.02 x 44100)); the gap shrinks by (1 - kC) per sample.
+const float kC = 1.0f - std::exp(-1.0f / (0.02f * 44100.0f));
 int SamplesToSnap(Smoother& s) {
     int n = 0;
     for (; s.Current() != s.Target() && n < 1000000; ++n) s.Next();
     return n;
 }
 
-} // namespace
-
-TEST(Smoother, CoefficientFollowsTheSampleRate) {
-    Smoother s(0.04f);
-    EXPECT_FLOAT_EQ(s.Coefficient(), Coefficient(0.04f, 44100.0f));
-    s.SetSampleRate(96000.0f);
-    EXPECT_FLOAT_EQ(s.Coefficient(), Coefficient(0.04f, 96000.0f));
-}
-
 TEST(Smoother, FirstStepThenSnapBelowIt) {
     Smoother s(0.02f);
-    const float c = Coefficient(0.02f, 44100.0f);
+    EXPECT_FLOAT_EQ(s.Coefficient(), kC);
     s.SetTarget(1.0f);
     EXPECT_EQ(s.Current(), 0.0f);
-    EXPECT_FLOAT_EQ(s.Threshold(), c); // step c beats the floor 1e-6 / c
-    EXPECT_FLOAT_EQ(s.Next(), c);
-    // The gap (1 - c)^n snaps once below c.
-    EXPECT_NEAR(SamplesToSnap(s) + 1, std::ceil(std::log(c) / std::log(1.0 - c)), 1);
-    // The same target again changes nothing.
-    s.SetTarget(1.0f);
-    EXPECT_FLOAT_EQ(s.Threshold(), c);
+    EXPECT_FLOAT_EQ(s.Threshold(), kC); // step kC beats the floor 1e-6 / kC
+    EXPECT_FLOAT_EQ(s.Next(), kC);
+    EXPECT_NEAR(SamplesToSnap(s) + 1, std::ceil(std::log(kC) / std::log(1.0 - kC)), 1);
+    s.SetTarget(1.0f); // the same target again changes nothing
+    EXPECT_FLOAT_EQ(s.Threshold(), kC);
+    s.SetSampleRate(96000.0f);
+    EXPECT_FLOAT_EQ(s.Coefficient(), 1.0f - std::exp(-1.0f / (0.02f * 96000.0f)));
 }
 
 TEST(Smoother, ThresholdIncludesTheFloorTerm) {
     Smoother s(0.02f);
-    const float c = Coefficient(0.02f, 44100.0f);
-    s.Jump(0.9f);
-    s.SetTarget(1.0f); // step 0.1 c, floor 1e-6 / c x 1: the floor wins
-    const float floor = 0.000001f / c;
+    const float floor = 2e-6f / kC;
+    s.Jump(1.9f);
+    s.SetTarget(2.0f); // step 0.1 kC, floor 1e-6 / kC x 2: the floor wins
     EXPECT_FLOAT_EQ(s.Threshold(), floor);
-    EXPECT_NEAR(SamplesToSnap(s), std::ceil(std::log(floor / 0.1) / std::log(1.0 - c)), 1);
-    // A target of 0 has floor 0: the threshold is the step alone.
-    s.SetTarget(0.0f);
-    EXPECT_FLOAT_EQ(s.Threshold(), c);
+    EXPECT_NEAR(SamplesToSnap(s), std::ceil(std::log(floor / 0.1) / std::log(1.0 - kC)), 1);
+    s.Jump(0.5f), s.SetTarget(0.0f); // a target of 0 has floor 0: the step alone
+    EXPECT_FLOAT_EQ(s.Threshold(), 0.5f * kC);
+    s.Jump(0.0005f), s.SetTarget(0.0f); // but never below 1e-6
+    EXPECT_FLOAT_EQ(s.Threshold(), 1e-6f);
 }

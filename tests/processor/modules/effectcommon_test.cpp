@@ -1,5 +1,4 @@
-// What every effect type shares: call results, independent instances, reset,
-// the dry signal at dry/wet 0, and a clean decay into silence.
+// What every effect type shares: call results, own memory, dry/wet 0, reset and a clean decay.
 #include "effecttest.h"
 #include "processor/modules/chorus.h"
 #include "processor/modules/dualphaser.h"
@@ -7,155 +6,90 @@
 #include "processor/modules/flanger.h"
 #include "processor/modules/platereverb.h"
 #include "processor/modules/stereodelay.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <memory>
 #include <span>
-#include <vector>
 
-using namespace Norvell::Vantor;
-using namespace VantorTest;
+using Mem = std::vector<std::span<const float>>;
 
-namespace {
-
-using Memory = std::vector<std::span<const float>>;
-
-// Per type: parameter values in binding order with audible feedback (the
-// last, dry/wet, is set by each test) and the memory that must hold no
-// subnormal numbers.
-template <typename State> struct Traits;
-template <> struct Traits<StereoDelayState> {
-    static constexpr float kValues[] = {0.3f, 0, 0.5f, 0.2f, 0, 0, 0.5f, 0, 0, 0, 0, 1};
-    static Memory Lines(const StereoDelayState& s) { return {s.line[0].buf, s.line[1].buf}; }
-};
-template <> struct Traits<DualPhaserState> {
-    static constexpr float kValues[] = {0.5f, 0, 0.8f, 0.5f, 0, 0.6f, 0, 0.8f, 0, 1, 0, 0, 0, 1};
-    static Memory Lines(const DualPhaserState& s) {
-        return {s.section[0].stage, s.section[1].stage};
-    }
-};
-template <> struct Traits<DubDelayState> {
-    static constexpr float kValues[] = {0.05f, 0.7f, 0.7f, 0.5f, 0, 1};
-    static Memory Lines(const DubDelayState& s) { return {s.ch[0].buf, s.ch[1].buf}; }
-};
-template <> struct Traits<FlangerState> {
-    static constexpr float kValues[] = {0.5f, 0.5f, 1.0f, 0.5f, 1};
-    static Memory Lines(const FlangerState& s) { return {s.bufL, s.bufR}; }
-};
-template <> struct Traits<ChorusState> {
-    static constexpr float kValues[] = {1.0f, 0.5f, 0.5f, 0.5f, 0.5f, 0, 1};
-    static Memory Lines(const ChorusState& s) { return {s.line[0].store, s.line[1].store}; }
-};
-template <> struct Traits<PlateReverbState> {
-    static constexpr float kValues[] = {1.0f, 0.3f, 0.8f, 0.6f, 0.9f, 0.6f, 0.1f, 1};
-    static Memory Lines(const PlateReverbState& s) {
-        Memory m;
+// Per type: values with audible feedback, and the memory that must hold no subnormal numbers.
+struct Per {
+    using V = std::vector<float>;
+    static V Of(StereoDelayState*) { return {.3f, 0, .5f, .2f, 0, 0, .5f}; }
+    static V Of(DualPhaserState*) { return {.5f, 0, .8f, .5f, 0, .6f, 0, .8f, 0, 1}; }
+    static V Of(DubDelayState*) { return {.05f, .7f, .7f, .5f}; }
+    static V Of(FlangerState*) { return {.5f, .5f, 1, .5f}; }
+    static V Of(ChorusState*) { return {1, .5f, .5f, .5f, .5f}; }
+    static V Of(PlateReverbState*) { return {1, .3f, .8f, .6f, .9f, .6f, .1f}; }
+    static Mem Lines(const StereoDelayState& s) { return {s.line[0].buf, s.line[1].buf}; }
+    static Mem Lines(const DualPhaserState& s) { return {s.section[0].stage, s.section[1].stage}; }
+    static Mem Lines(const DubDelayState& s) { return {s.ch[0].buf, s.ch[1].buf}; }
+    static Mem Lines(const FlangerState& s) { return {s.bufL, s.bufR}; }
+    static Mem Lines(const ChorusState& s) { return {s.line[0].store, s.line[1].store}; }
+    static Mem Lines(const PlateReverbState& s) {
+        Mem m;
         for (const ReverbRing& r : s.ring) m.emplace_back(r.data);
         return m;
     }
 };
-
-template <typename State> std::unique_ptr<State> MakeEffect(float dryWet = 1.0f) {
-    auto s = std::make_unique<State>();
-    static_assert(sizeof(Traits<State>::kValues) == sizeof(s->params.values));
-    std::copy(std::begin(Traits<State>::kValues), std::end(Traits<State>::kValues),
-              s->params.values);
-    s->params.values[std::size(s->params.values) - 1] = dryWet;
-    Init(*s);
-    return s;
-}
-
-size_t CountSubnormals(std::span<const float> values) {
+size_t Subnormals(const Mem& memory) {
     size_t n = 0;
-    for (float v : values) n += std::fpclassify(v) == FP_SUBNORMAL ? 1 : 0;
+    for (std::span<const float> x : memory)
+        n += std::ranges::count_if(x, [](float v) { return std::fpclassify(v) == FP_SUBNORMAL; });
     return n;
 }
 
-template <typename State> class EffectContract : public ::testing::Test {};
+template <typename State> struct EffectContract : ::testing::Test {
+    static std::vector<float> V() { return Per::Of(static_cast<State*>(nullptr)); }
+    Fx<State> f{V()};
+};
 using EffectTypes = ::testing::Types<StereoDelayState, DualPhaserState, DubDelayState, FlangerState,
                                      ChorusState, PlateReverbState>;
 TYPED_TEST_SUITE(EffectContract, EffectTypes);
 
-} // namespace
-
 TYPED_TEST(EffectContract, RefusedCallsAnswerTheirResultAndLeaveTheOutputs) {
-    auto s = MakeEffect<TypeParam>();
-    Signal input = Noise(32);
-    Signal output = Constant(32, 7.0f);
-    float* in[2] = {input.left.data(), input.right.data()};
-    float* out[2] = {output.left.data(), output.right.data()};
-    float* halfIn[2] = {input.left.data(), nullptr};
-    float* halfOut[2] = {nullptr, output.right.data()};
+    Signal x = Noise(32), y = Constant(32, 7.0f);
+    float *in[2] = {x.left.data(), x.right.data()}, *halfIn[2] = {in[0], nullptr}, **none = {};
+    float *out[2] = {y.left.data(), y.right.data()}, *halfOut[2] = {nullptr, out[1]};
+    TypeParam& s = *this->f.s;
     TypeParam notReady;
-
-    EXPECT_EQ(Process(*s, in, 2, out, 2, Context(44100.0f, 120.0f, 0)), kProcessUnusable);
-    EXPECT_EQ(Process(*s, in, 2, out, 2, Context(0.0f)), kProcessUnusable);
-    EXPECT_EQ(Process(*s, in, 2, out, 2, Context(44100.0f, 0.0f)), kProcessUnusable);
+    for (ProcessContext bad : {ProcessContext{}, Context(0.0f), Context(44100.0f, 0.0f)})
+        EXPECT_EQ(Process(s, in, 2, out, 2, bad), kProcessUnusable); // no frames, rate, tempo
     EXPECT_EQ(Process(notReady, in, 2, out, 2, Context()), kProcessUnusable);
-    EXPECT_EQ(Process(*s, nullptr, 2, out, 2, Context()), kProcessMissing);
-    EXPECT_EQ(Process(*s, in, 2, nullptr, 2, Context()), kProcessMissing);
-    EXPECT_EQ(Process(*s, halfIn, 2, out, 2, Context()), kProcessMissing);
-    EXPECT_EQ(Process(*s, in, 2, halfOut, 2, Context()), kProcessMissing);
-    EXPECT_EQ(output.left, Constant(32, 7.0f).left);
-    EXPECT_EQ(output.right, Constant(32, 7.0f).right);
-    EXPECT_EQ(Process(*s, in, 2, out, 2, Context()), kProcessOk);
+    for (auto [i, o] : {std::pair{none, out}, {in, none}, {halfIn, out}, {in, halfOut}})
+        EXPECT_EQ(Process(s, i, 2, o, 2, Context()), kProcessMissing);
+    EXPECT_EQ(y, Constant(32, 7.0f));
+    EXPECT_EQ(Process(s, in, 2, out, 2, Context()), kProcessOk);
 }
 
-// Slot 1 takes slot 0's output block by block, as in the render; each
-// instance must behave exactly as one running alone.
+// Slot 1 takes slot 0's output block by block, as in the render; each runs as if alone.
 TYPED_TEST(EffectContract, TwoInstancesKeepTheirOwnMemory) {
-    auto slot0 = MakeEffect<TypeParam>();
-    auto slot1 = MakeEffect<TypeParam>();
-    const Signal input = Noise(32 * 200, 0.5f, 7);
-    Signal out0 = Constant(input.size(), 0.0f);
-    Signal out1 = out0;
-    for (size_t at = 0; at < input.size(); at += 32) {
-        float* in[2] = {const_cast<float*>(&input.left[at]), const_cast<float*>(&input.right[at])};
-        float* o0[2] = {&out0.left[at], &out0.right[at]};
-        float* o1[2] = {&out1.left[at], &out1.right[at]};
-        Process(*slot0, in, 2, o0, 2, Context());
-        Process(*slot1, o0, 2, o1, 2, Context());
+    Fx<TypeParam> slot1(this->V());
+    Signal x = Noise(32 * 200), a = Constant(32 * 200), b = a;
+    for (size_t at = 0; at < x.left.size(); at += 32) {
+        float *in[2] = {&x.left[at], &x.right[at]}, *o0[2] = {&a.left[at], &a.right[at]};
+        float* o1[2] = {&b.left[at], &b.right[at]};
+        Process(*this->f.s, in, 2, o0, 2, Context()), Process(*slot1.s, o0, 2, o1, 2, Context());
     }
-    const Signal ref0 = RunEffect(*MakeEffect<TypeParam>(), input);
-    const Signal ref1 = RunEffect(*MakeEffect<TypeParam>(), ref0);
-    EXPECT_EQ(out0.left, ref0.left);
-    EXPECT_EQ(out1.left, ref1.left);
-    EXPECT_EQ(out1.right, ref1.right);
+    const Signal ref0 = Fx<TypeParam>(this->V()).Run(x);
+    EXPECT_EQ(a, ref0);
+    EXPECT_EQ(b, Fx<TypeParam>(this->V()).Run(ref0));
 }
 
 TYPED_TEST(EffectContract, DryWetZeroGivesTheDrySignal) {
-    auto s = MakeEffect<TypeParam>(0.0f);
     const Signal in = Noise(32 * 300);
-    const Signal out = RunEffect(*s, in);
-    EXPECT_EQ(out.left, in.left);
-    EXPECT_EQ(out.right, in.right);
+    EXPECT_EQ(Fx<TypeParam>(this->V(), 0.0f).Run(in), in);
 }
 
-TYPED_TEST(EffectContract, ResetForgetsTheSound) {
-    auto s = MakeEffect<TypeParam>();
-    RunEffect(*s, Noise(32 * 100));
-    Reset(*s);
-    for (std::span<const float> line : Traits<TypeParam>::Lines(*s))
-        for (float v : line) ASSERT_EQ(v, 0.0f);
-    // Silence follows (up to the stereo delay's 1e-25 offset).
-    EXPECT_LT(Peak(RunSilence(*s, 32 * 2000)), 1e-20f);
-}
-
-TYPED_TEST(EffectContract, ImpulseDiesAwayCleanly) {
-    auto s = MakeEffect<TypeParam>();
-    const size_t second = 32 * 1378;
-    const float first = Peak(RunEffect(*s, Impulse(second)));
+// Silence after a reset (but the delay's 1e-25 offset); an impulse then dies away cleanly.
+TYPED_TEST(EffectContract, ResetThenImpulseDiesAwayCleanly) {
+    Fx<TypeParam>& f = this->f;
+    f.Run(Noise(32 * 100));
+    Reset(*f.s);
+    EXPECT_LT(Peak(f.Run(Constant(32 * 2000))), 1e-20f);
+    const float first = Peak(f.Run(Impulse(32 * 1378)));
     ASSERT_GT(first, 0.01f); // the effect made itself heard
-    Signal tail;
-    for (int k = 0; k < 12; ++k) {
-        tail = RunSilence(*s, second);
-        for (size_t i = 0; i < tail.size(); ++i)
-            ASSERT_TRUE(std::isfinite(tail.left[i]) && std::isfinite(tail.right[i]));
-        ASSERT_EQ(CountSubnormals(tail.left) + CountSubnormals(tail.right), 0u);
-    }
+    const Signal decay = f.Run(Constant(32 * 1378 * 11)), tail = f.Run(Constant(32 * 1378));
+    EXPECT_TRUE(std::isfinite(Peak(decay)));
+    EXPECT_EQ(Subnormals({decay.left, decay.right, tail.left, tail.right}), 0u);
     EXPECT_LT(Peak(tail), 1e-6f * first);
-    for (std::span<const float> line : Traits<TypeParam>::Lines(*s))
-        EXPECT_EQ(CountSubnormals(line), 0u);
+    EXPECT_EQ(Subnormals(Per::Lines(*f.s)), 0u);
 }

@@ -1,114 +1,53 @@
 #include "effecttest.h"
 #include "processor/modules/stereodelay.h"
 
-#include <gtest/gtest.h>
+// First echo of a unit impulse without feedback or damping: 0.6 x 0.5 into the
+// line, x 0.25, soft-clipped v (v^2 + 27) / (9v^2 + 27), then x 2 / 0.25.
+constexpr float kIn = 0.6f * 0.5f * 0.25f;
+constexpr float kEcho = kIn * (kIn * kIn + 27.0f) / (9.0f * kIn * kIn + 27.0f) * 2.0f / 0.25f;
 
-using namespace Norvell::Vantor;
-using namespace VantorTest;
-
-namespace {
-
-// Free time law: 2 x the breakpoints 200 ... 22050 interpolated over 8 steps.
-float TimeLaw(float v) {
-    const float T[9] = {200, 400, 800, 1600, 3200, 6400, 12800, 17000, 22050};
-    if (v >= 1.0f) return 44100.0f;
-    const int i = static_cast<int>(8.0f * v);
-    const float t = 8.0f * v - static_cast<float>(i);
-    return 2.0f * ((1.0f - t) * T[i] + t * T[i + 1]);
-}
-
-// First echo of a unit impulse without feedback or damping: 0.6 x 0.5 into
-// the line, scaled by 0.25, soft-clipped v (v^2 + 27) / (9v^2 + 27), x 2 / 0.25.
-float FirstEcho() {
-    const float m = 0.6f * 0.5f * 0.25f;
-    return m * (m * m + 27.0f) / (9.0f * m * m + 27.0f) * 2.0f / 0.25f;
-}
-
-struct Delay {
-    StereoDelayState s;
-    Knobs<kDelayParamCount> knobs{s.params};
-    Delay(float time1, float time2) {
-        knobs[kDelayTime1] = time1;
-        knobs[kDelayTime2] = time2;
-        knobs[kDelayDryWet] = 1.0f;
-        Init(s);
-    }
-    // Echo times of an impulse sent once the wet mix has settled.
-    std::pair<size_t, size_t> Echoes(const ProcessContext& ctx = Context()) {
-        RunSilence(s, 32 * 500, ctx);
-        const Signal out = RunEffect(s, Impulse(32 * 1400), ctx);
-        const auto first = [](const std::vector<float>& x) {
-            size_t i = 0;
-            while (i < x.size() && std::fabs(x[i]) < 0.5f * FirstEcho()) ++i;
-            return i;
-        };
-        echo = out;
-        return {first(out.left), first(out.right)};
-    }
+struct Delay : Fx<StereoDelayState> {
     Signal echo;
+    Delay(float time1, float time2) : Fx({time1, 0, 0, time2}) {}
+    static bool Loud(float v) { return std::fabs(v) >= kEcho / 2; }
+    // First echo on each side of an impulse sent once the wet mix has settled.
+    std::pair<long, long> Echoes(const ProcessContext& ctx = Context()) {
+        Run(Constant(32 * 500), ctx), echo = Run(Impulse(32 * 1400), ctx);
+        return {std::ranges::find_if(echo.left, Loud) - echo.left.begin(),
+                std::ranges::find_if(echo.right, Loud) - echo.right.begin()};
+    }
 };
 
-} // namespace
-
 TEST(StereoDelay, FreeTimesAreInSamplesWhateverTheRate) {
-    ASSERT_EQ(TimeLaw(1.0f), 44100.0f);
-    ASSERT_EQ(TimeLaw(0.5f), 6400.0f);
-    for (float rate : {44100.0f, 96000.0f}) {
-        for (float time : {1.0f, 0.5f, 0.3f}) {
+    // Twice the breakpoints 200 ... 22050 interpolated over 8 steps; 1.0 is 44100.
+    for (float rate : {44100.0f, 96000.0f})
+        for (auto [time, n] : {std::pair{1.0f, 44100L}, {0.5f, 6400L}, {0.3f, 2240L}}) {
             Delay d(time, time);
-            const auto [left, right] = d.Echoes(Context(rate));
-            EXPECT_EQ(left, static_cast<size_t>(TimeLaw(time))) << time << " at " << rate;
-            EXPECT_EQ(right, left);
-            EXPECT_NEAR(d.echo.left[left], FirstEcho(), 1e-6f);
+            EXPECT_EQ(d.Echoes(Context(rate)), std::pair(n, n)) << time << " at " << rate;
+            EXPECT_NEAR(d.echo.left[n], kEcho, 1e-6f);
         }
-    }
 }
 
 TEST(StereoDelay, SyncedTimeFollowsTheTempo) {
     Delay d(0.7f, 0.5f); // 0.75 periods per beat
-    d.knobs[kDelayMidiSync] = 1.0f;
-    RunSilence(d.s, 32 * 3000, Context(44100.0f, 120.0f));
-    EXPECT_NEAR(d.s.line[0].len, 44100.0f / (120.0f * 0.75f / 60.0f), 0.01f);
-    // After the tempo followers and the glide: twice as long, up to where the
-    // single-precision followers stop moving (about 1e-4).
-    RunSilence(d.s, 32 * 20000, Context(44100.0f, 60.0f));
-    const float expected = 44100.0f / (60.0f * 0.75f / 60.0f);
-    EXPECT_NEAR(d.s.line[0].len, expected, expected * 1e-4f);
+    d.knob[kDelayMidiSync] = 1.0f;
+    d.Run(Constant(32 * 3000));
+    EXPECT_NEAR(d.s->line[0].len, 29400.0f, 0.01f); // 44100 / (120 / 60 x 0.75)
 }
 
 TEST(StereoDelay, LinkAndPhaseInversionOfTheRightLine) {
-    Delay apart(0.5f, 0.25f);
-    auto [left, right] = apart.Echoes();
-    EXPECT_EQ(left, static_cast<size_t>(TimeLaw(0.5f)));
-    EXPECT_EQ(right, static_cast<size_t>(TimeLaw(0.25f)));
-    EXPECT_GT(apart.echo.right[right], 0.0f);
-
-    Delay linked(0.5f, 0.25f);
-    linked.knobs[kDelayLink] = 1.0f;
-    linked.knobs[kDelayPhaseInv] = 0.5f; // already inverts
-    std::tie(left, right) = linked.Echoes();
-    EXPECT_EQ(right, static_cast<size_t>(TimeLaw(0.5f)));
-    EXPECT_NEAR(linked.echo.right[right], -FirstEcho(), 1e-6f);
-}
-
-TEST(StereoDelay, TimeChangeGlidesAtTheSpeedLimit) {
-    Delay d(0.5f, 0.5f);
-    RunSilence(d.s, 32 * 10);
-    d.knobs[kDelayTime1] = 1.0f;
-    RunSilence(d.s, 32);
-    // A growing delay slows the read pointer by at most 1 - N / (2N - 1).
-    EXPECT_NEAR(d.s.line[0].len, 6400.0f + 32.0f * (1.0f - 32.0f / 63.0f), 0.01f);
-    RunSilence(d.s, 32 * 5000);
-    EXPECT_NEAR(d.s.line[0].len, 44100.0f, 0.05f);
+    Delay apart(0.5f, 0.25f), linked(0.5f, 0.25f);
+    EXPECT_EQ(apart.Echoes(), std::pair(6400L, 1600L));
+    EXPECT_GT(apart.echo.right[1600], 0.0f);
+    linked.knob[kDelayLink] = 1.0f, linked.knob[kDelayPhaseInv] = 0.5f; // 0.5 already inverts
+    EXPECT_EQ(linked.Echoes(), std::pair(6400L, 6400L));
+    EXPECT_NEAR(linked.echo.right[6400], -kEcho, 1e-6f);
 }
 
 TEST(StereoDelay, PingPongAtFullFeedbackStaysBounded) {
     Delay d(0.1f, 0.15f);
-    for (StereoDelayParam p : {kDelayPingPong, kDelayFeedback1, kDelayFeedback2}) d.knobs[p] = 1.0f;
-    const float peak = Peak(RunEffect(d.s, Noise(32 * 4000, 1.0f)));
-    const float tail = Peak(RunSilence(d.s, 32 * 4000));
-    // The clipper holds each line within 2 / 0.0375.
-    EXPECT_LE(peak, 2.0f / 0.0375f + 1e-3f);
-    EXPECT_LE(tail, 2.0f / 0.0375f + 1e-3f);
+    d.knob[kDelayPingPong] = d.knob[kDelayFeedback1] = d.knob[kDelayFeedback2] = 1.0f;
+    const float peak = Peak(d.Run(Noise(32 * 4000, 1.0f))), tail = Peak(d.Run(Constant(32 * 4000)));
+    EXPECT_LE(std::max(peak, tail), 2.0f / 0.0375f + 1e-3f); // the clipper's bound on each line
     EXPECT_GT(tail, 1.0f); // loop gain above 1: the echoes sustain
 }
