@@ -1,6 +1,6 @@
 #include "engine_harness.h"
 
-#include <gtest/gtest.h>
+#include <stdexcept>
 
 namespace VantorTest {
 
@@ -17,7 +17,7 @@ EngineHarness::~EngineHarness() {
 
 uint32_t EngineHarness::Id(const std::string& name) const {
     const uint32_t id = processor->FindParamId(name);
-    if (id == Norvell::Vantor::kUnboundId) ADD_FAILURE() << "unknown parameter " << name;
+    if (id == Norvell::Vantor::kUnboundId) throw std::invalid_argument("unknown parameter " + name);
     return id;
 }
 

@@ -23,7 +23,7 @@ public:
 
     Norvell::Vantor::VantorProcessor& Processor() { return *processor; }
 
-    // Parameter id by host-facing name; records a test failure when unknown.
+    // Parameter id by host-facing name; throws std::invalid_argument when unknown.
     uint32_t Id(const std::string& name) const;
     void Set(const std::string& name, float value);
     float Get(const std::string& name);
