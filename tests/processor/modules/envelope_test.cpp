@@ -1,251 +1,116 @@
 #include "engine_harness.h"
 #include "processor/modules/envelope.h"
-#include "processor/modules/voices.h"
 #include "processor/signalbank.h"
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <bit>
-#include <cmath>
-#include <vector>
-
+#include <gtest/gtest.h>
 using namespace Norvell::Vantor;
-
-namespace {
-
-// Samples an exponential segment of n samples needs to reach its target:
-// progress after k samples is 1 - (1 - c/n)^k with c = ln 200, and the target
-// is reached once progress x 200/199 >= 1 (both constants as stored, f32).
-int SegmentSamples(float n) {
-    const double c = std::bit_cast<float>(0x40A98BD3u);
-    const double scale = std::bit_cast<float>(0x3F80A4AAu);
-    return static_cast<int>(std::ceil(std::log(1.0 - 1.0 / scale) / std::log(1.0 - c / n)));
+int First(const std::vector<float>& v, size_t i, float lo, float hi) { // first in [lo, hi]
+    while (i < v.size() && !(lo <= v[i] && v[i] <= hi)) ++i;
+    return static_cast<int>(i);
 }
 
-int FirstIndex(const std::vector<float>& out, size_t from, bool (*test)(float)) {
-    for (size_t i = from; i < out.size(); ++i)
-        if (test(out[i])) return static_cast<int>(i);
-    return -1;
-}
-
-class EnvelopeTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        values[kEnvAmp] = 1.0f;
-        ctx.sampleRate = 44100.0f;
-        ctx.voiceState = &voices;
-        Fresh();
-    }
-    // A new envelope on an idle voice, bound to the test's values.
-    void Fresh() {
-        env = EnvelopeState{};
-        Init(env, 0);
+struct EnvelopeTest : ::testing::Test { // Play: a new envelope with these values changed
+    std::vector<float> Play(long blocks, std::initializer_list<std::pair<int, float>> set,
+                            bool key = true) {
+        env = EnvelopeState{}, voices = VoiceState{}, Init(env, 0);
         for (int i = 0; i < kEnvParamCount; ++i) env.params.bound[i] = &values[i];
-        voices = VoiceState{};
+        for (auto [i, v] : set) values[i] = v;
+        voices.gateVoices = voices.activeVoices = voices.triggerVoices = key;
+        return Run(blocks);
     }
-    void NoteOn() { voices.gateVoices = voices.activeVoices = voices.triggerVoices = 1; }
-    void NoteOff() { voices.gateVoices = 0, voices.releaseVoices = 1; }
-    // Blocks of output; trigger and release bits last one block, as in the engine.
-    std::vector<float> Run(long blocks, bool untilFinished = false) {
-        std::vector<float> out;
-        float* in[kEnvInputCount];
-        for (int i = 0; i < kEnvInputCount; ++i) in[i] = mod[i];
-        float* outs[1] = {buffer};
-        for (long b = 0; b < blocks && !(untilFinished && env.finished); ++b) {
-            Process(env, in, kEnvInputCount, outs, 1, ctx);
-            voices.triggerVoices = voices.releaseVoices = 0;
-            out.insert(out.end(), buffer, buffer + kBlockSize);
-        }
+    std::vector<float> Run(long blocks, bool release = false) { // trigger, release: one block
+        if (release) voices.gateVoices = 0, voices.releaseVoices = 1;
+        std::vector<float> out(blocks * kBlockSize);
+        for (float* o = out.data(); o < out.data() + out.size();
+             o += kBlockSize, voices.triggerVoices = voices.releaseVoices = 0)
+            Process(env, in, kEnvInputCount, &o, 1, ctx);
         return out;
     }
-
     EnvelopeState env;
-    float values[kEnvParamCount] = {};
     VoiceState voices;
-    ProcessContext ctx;
-    float mod[kEnvInputCount][kBlockSize] = {};
-    float buffer[kBlockSize] = {};
+    ProcessContext ctx{120.0f, 44100.0f, 0, &voices};
+    float values[kEnvParamCount] = {0, 0, 0, 0, 0, 1.0f}, mod[kEnvInputCount][kBlockSize] = {};
+    float* in[kEnvInputCount] = {mod[0], mod[1], mod[2], mod[3], mod[4], mod[5],
+                                 mod[6], mod[7], mod[8], mod[9], mod[10]};
 };
 
-TEST_F(EnvelopeTest, AttackAndDecayOf441SamplesFollowTheTable) {
-    ctx.sampleRate = 73500.0f; // position 0: 0.006 s x 73500 = 441 samples
-    values[kEnvSustain] = 0.5f;
-    NoteOn();
-    const std::vector<float> out = Run(40);
-    for (int k = 1; k < 441; ++k)
-        ASSERT_NEAR(out[k], k / 441.0, 1e-5) << k; // after the delay sample
-    const int peak = FirstIndex(out, 0, [](float x) { return x >= 1.0f; });
-    EXPECT_EQ(peak, 441);
-    EXPECT_EQ(FirstIndex(out, peak, [](float x) { return x <= 0.5f; }) - peak, 439);
-    EXPECT_EQ(out.back(), 0.5f);
-}
-
-TEST_F(EnvelopeTest, ReleaseTimesComeFromTheTable) {
-    values[kEnvSustain] = 1.0f;
-    for (float position : {0.0f, 1.0f}) { // 0.006 s and 85 s
-        Fresh();
-        values[kEnvRelease] = position;
-        NoteOn();
-        Run(20);
-        NoteOff();
-        const std::vector<float> out = Run(4000000 / kBlockSize, true);
-        const int silent = FirstIndex(out, 0, [](float x) { return x == 0.0f; });
-        const float seconds = position == 0.0f ? 0.006f : 85.0f;
-        EXPECT_NEAR(silent, SegmentSamples(seconds * 44100.0f) - 1, position == 0.0f ? 0 : 2);
-    }
-}
-
-TEST_F(EnvelopeTest, SustainStageSkippedOrLeftAtOnce) {
-    struct Case {
-        float sustain, dadr, decay, amp;
-        bool ends;
-    };
-    // Sustain 1 with a 72 s decay that would show if it ran; sustain 0 with
-    // every value 0, so only the first call's forced refresh takes it.
-    for (const Case& c : {Case{1.0f, 0, 1.0f, 1.0f, false}, Case{0.0f, 0, 0, 0, true},
-                          Case{0.5f, 1, 0, 1.0f, true}}) {
-        Fresh();
-        values[kEnvSustain] = c.sustain;
-        values[kEnvDadr] = c.dadr;
-        values[kEnvDecay] = c.decay;
-        values[kEnvAmp] = c.amp;
-        NoteOn();
-        const std::vector<float> out = Run(c.ends ? 2000 : 20);
-        EXPECT_EQ(env.finished != 0, c.ends) << c.sustain << " dadr " << c.dadr;
-        EXPECT_EQ(out.back(), c.ends ? 0.0f : 1.0f);
-    }
-    values[kEnvDecay] = 0.0f;
-    values[kEnvAmp] = 1.0f;
-}
-
-TEST_F(EnvelopeTest, GateClosedDuringTheAttack) {
-    values[kEnvSustain] = 0.5f;
-    for (float freerun : {0.0f, 1.0f}) {
-        Fresh();
-        values[kEnvFreerun] = freerun;
-        NoteOn();
-        const float level = Run(4).back(); // halfway up
-        NoteOff();
-        const std::vector<float> out = Run(60);
+TEST_F(EnvelopeTest, StagesFollowTheTables) {
+    for (float freerun : {1.0f, 0.0f}) { // 1 completes attack and decay, 0 releases from there
+        const float level = Play(4, {{kEnvSustain, 0.5f}, {kEnvFreerun, freerun}}).back();
+        const std::vector<float> out = Run(60, true);
         const float peak = *std::max_element(out.begin(), out.end());
-        if (freerun == 0.0f) {
-            EXPECT_EQ(peak, out[0]); // releases from where it was
-            EXPECT_GT(out[0], 0.95f * level);
-        } else {
-            EXPECT_GE(peak, 1.0f); // attack and decay complete first
-        }
+        EXPECT_TRUE(freerun == 0.0f ? peak == out[0] && out[0] > 0.95f * level : peak >= 1.0f);
         EXPECT_EQ(env.finished, 1);
     }
-}
-
-TEST_F(EnvelopeTest, RetriggerIsLegatoUnlessResetFadesAndRestarts) {
-    values[kEnvSustain] = 0.5f;
-    enum { kLegato, kReset, kSingleTrig };
-    for (int option : {kLegato, kReset, kSingleTrig}) {
-        Fresh();
-        values[kEnvReset] = option == kReset ? 1.0f : 0.0f;
-        values[kEnvSingleTrig] = option == kSingleTrig ? 1.0f : 0.0f;
-        NoteOn();
-        Run(40);
-        AddVoice(voices.triggerVoices, 0); // a new key, the gate stays open
-        const std::vector<float> out = Run(6);
-        if (option == kLegato) {
-            EXPECT_EQ(out[100], 0.5f);
-            continue;
-        }
-        float level = 0.5f; // level_k = (1 - k/128) level_(k-1)
-        int k = 0;
-        for (; (level *= 1.0f - k / 128.0f) > 1e-25f; ++k) ASSERT_FLOAT_EQ(out[k], level) << k;
-        EXPECT_LE(k, 128);
-        const int restart = (k / kBlockSize + 1) * kBlockSize; // next block, from level 0
-        EXPECT_EQ(out[restart], 0.0f);
-        EXPECT_NEAR(out[restart + 1], 1.0f / (0.006f * 44100.0f), 1e-6);
+    // 85 s and 0.006 s: 1 - (1 - ln 200 / N)^k reaches 199/200 after 3748494 and 262 samples.
+    for (const auto& [position, silent, slack] : {std::tuple{1.0f, 3748493, 2}, {0.0f, 261, 0}}) {
+        Play(20, {{kEnvSustain, 1.0f}, {kEnvRelease, position}});
+        EXPECT_NEAR(First(Run(1 << 17, true), 0, 0, 0), silent, slack);
     }
-}
-
-TEST_F(EnvelopeTest, EachStageReadsItsOwnModulationInOrder) {
-    // The attack starts on sample 1 and takes attack sample 0 first: 0.5 holds it.
-    mod[kEnvInAttack][0] = 0.5f;
-    NoteOn();
-    std::vector<float> out = Run(1);
+    // {sustain, dadr, decay, amp, ends}: a 72 s decay would show; all 0 takes the first refresh.
+    for (const auto& c :
+         {std::array{1.0f, 0.0f, 1.0f, 1.0f, 0.0f}, {0, 0, 0, 0, 1}, {0.5f, 1, 0, 1, 1}}) {
+        const std::vector<float> out =
+            Play(c[4] ? 2000 : 20,
+                 {{kEnvSustain, c[0]}, {kEnvDadr, c[1]}, {kEnvDecay, c[2]}, {kEnvAmp, c[3]}});
+        EXPECT_EQ(out.back(), c[4] ? 0.0f : 1.0f) << c[0] << " dadr " << c[1];
+        EXPECT_EQ(env.finished, c[4]);
+    }
+    ctx.sampleRate = 73500.0f; // position 0: 0.006 s x 73500 = 441 samples
+    std::vector<float> out = Play(40, {{kEnvSustain, 0.5f}, {kEnvDadr, 0.0f}});
+    for (int k = 1; k < 441; ++k) ASSERT_NEAR(out[k], k / 441.0, 1e-5) << k; // after delay sample
+    EXPECT_EQ(First(out, 0, 1, 2), 441);
+    EXPECT_EQ(First(out, 441, 0, 0.5f), 441 + 439);
+    EXPECT_EQ(out.back(), 0.5f);
+    mod[kEnvInAttack][0] = 0.5f; // the attack takes sample 0 first: above 0.29 it holds
+    out = Play(1, {});
     EXPECT_EQ(out[1], 0.0f);
     EXPECT_GT(out[2], 0.0f);
-
-    // The decay takes its sample before computing its length: 1.0 gives 72 s.
-    Fresh();
-    mod[kEnvInAttack][0] = 0.0f;
-    mod[kEnvInDecay][0] = 1.0f;
-    NoteOn();
-    out = Run(12);
-    const int peak = FirstIndex(out, 0, [](float x) { return x >= 1.0f; });
-    EXPECT_GT(out[peak + 1], 0.9999f);
-    EXPECT_LT(out[peak + 2], 0.99f);
 }
 
-TEST_F(EnvelopeTest, UngatedLfoTriggersRunTheEnvelopeOnASilentVoice) {
-    values[kEnvSustain] = 1.0f;
-    values[kEnvLfoTrig] = 1.0f;
-    float* trigger = mod[kEnvInFirstTrigger]; // lfo_id 0: LFO 1
+TEST_F(EnvelopeTest, RetriggersAreLegatoUnlessResetOrAnLfoEdgeFadeAndRestart) {
+    for (int reset : {0, 1, 2}) { // 2: single_trig instead of reset
+        Play(40, {{kEnvSustain, 0.5f}, {kEnvReset, reset == 1}, {kEnvSingleTrig, reset == 2}});
+        voices.triggerVoices = 1; // a new key, the gate stays open
+        const std::vector<float> out = Run(6);
+        int k = 0; // level_k = (1 - k/128) level_(k-1)
+        for (float level = 0.5f; reset && (level *= 1.0f - k / 128.0f) > 1e-25f; ++k)
+            ASSERT_FLOAT_EQ(out[k], level);
+        EXPECT_LE(k, 128);
+        const int restart = (k / kBlockSize + 1) * kBlockSize; // next block, from level 0
+        EXPECT_EQ(out[restart], reset ? 0.0f : 0.5f);
+        EXPECT_NEAR(out[restart + 1], reset ? 1.0f / (0.006f * 44100.0f) : 0.5f, 1e-6);
+    }
+    float* trigger = mod[kEnvInFirstTrigger]; // ungated LFO 1 edges run a silent voice's contour
     std::fill(trigger, trigger + kBlockSize, -1.0f);
-    EXPECT_EQ(Run(2).back(), 0.0f);
-    // A finished contour stops at sample 0, so its edge comes at a block start.
+    EXPECT_EQ(Play(2, {{kEnvSustain, 1.0f}, {kEnvLfoTrig, 1.0f}}, false).back(), 0.0f);
     std::fill(trigger, trigger + kBlockSize, 1.0f);
     EXPECT_EQ(Run(20).back(), 1.0f);
-    EXPECT_EQ(voices.activeVoices, 0u);
-    std::fill(trigger, trigger + 5, -1.0f); // an edge at sample 5 fades
+    std::fill(trigger, trigger + 5, -1.0f);
     const std::vector<float> out = Run(1);
     EXPECT_EQ(out[5], 1.0f);
     EXPECT_FLOAT_EQ(out[6], 127.0f / 128.0f);
 }
 
-// Through the host interface: envelope 1 on VCA 1's level, whose own gain is
-// 0, shapes the voice and ends it once released.
 TEST(EnvelopeHostTest, EnvelopeOnVcaLevelRisesHoldsReleasesAndEndsTheVoice) {
     VantorTest::EngineHarness h(44100.0f);
-    h.SetupSingleVoicePatch();
-    h.Set("voice1_vca1_gain", 0.0f);
-    h.Set("voice1_matrix1_src", 11.5f / 28.0f); // envelope 1
-    h.Set("voice1_matrix1_dest", 9.5f / 48.0f); // VCA 1 level
-    h.Set("voice1_matrix1_amount", 1.0f);
-    h.Set("voice1_env1_sustain", 0.5f);
-    h.Set("voice1_env1_amp", 1.0f); // all times at position 0: 0.006 s
-
-    auto& p = h.Processor();
-    const float* env = p.Signals().voices[0].env[0];
-    std::vector<float> out;
-    std::vector<bool> active;
-    float ison = 0.0f;
-    auto render = [&](int blocks) {
-        for (int b = 0; b < blocks; ++b) {
-            h.RenderBlocks(1);
-            out.insert(out.end(), env, env + kBlockSize);
-            active.push_back(HasVoice(p.Voices().activeVoices, 0));
-            const Norvell::Processor::ValueChange* list = nullptr;
-            int32_t count = 0;
-            p.GetChangedValues(&list, &count);
-            for (int32_t i = 0; i < count; ++i)
-                if (list[i].id == h.Id("voice1_ison")) ison = list[i].value;
-        }
-    };
+    h.SetupSingleVoicePatch(); // envelope 1 on VCA 1's level, whose own gain is 0
+    const std::pair<const char*, float> patch[] = {
+        {"vca1_gain", 0.0f},      {"matrix1_src", 11.5f / 28}, {"matrix1_dest", 9.5f / 48},
+        {"matrix1_amount", 1.0f}, {"env1_sustain", 0.5f},      {"env1_amp", 1.0f}};
+    for (const auto& [name, value] : patch) h.Set(std::string("voice1_") + name, value);
+    std::vector<float> out, active; // per sample, per block
     h.NoteOn(60, 100);
-    render(30);
-    EXPECT_EQ(ison, 1.0f);
-    const float attack = 0.006f * 44100.0f; // 264.6 samples after the delay sample
-    EXPECT_EQ(FirstIndex(out, 0, [](float x) { return x >= 1.0f; }),
-              static_cast<int>(std::ceil(attack)));
-    EXPECT_EQ(out.back(), 0.5f);
-
-    const size_t release = out.size();
-    h.NoteOff(60);
-    render(20);
-    EXPECT_EQ(ison, 0.0f);
-    const int silent = FirstIndex(out, release, [](float x) { return x == 0.0f; });
-    EXPECT_EQ(silent - static_cast<int>(release), SegmentSamples(attack) - 1);
-    const size_t endBlock = static_cast<size_t>(silent) / kBlockSize;
-    EXPECT_TRUE(active[endBlock - 1]);
-    EXPECT_FALSE(active[endBlock]);
-    EXPECT_FALSE(active.back());
+    for (int b = 0; b < 50; ++b) { // released after 30 blocks
+        if (b == 30) h.NoteOff(60);
+        h.RenderBlocks(1);
+        const float* env = h.Processor().Signals().voices[0].env[0];
+        out.insert(out.end(), env, env + kBlockSize);
+        active.push_back(HasVoice(h.Processor().Voices().activeVoices, 0));
+    }
+    EXPECT_EQ(First(out, 0, 1, 2), 265); // times 0: 264.6 samples after the delay sample
+    const int silent = First(out, 960, 0, 0);
+    EXPECT_EQ(silent, 960 + 261);
+    EXPECT_EQ(active[silent / kBlockSize - 1], 1.0f);
+    EXPECT_EQ(active[silent / kBlockSize], 0.0f);
 }
-
-} // namespace
