@@ -25,6 +25,14 @@ bool AllFinite(const Stereo& out) {
                        [](float s) { return std::isfinite(s); });
 }
 
+// Rising zero crossings of a sawtooth, interpolated between samples.
+std::vector<double> Crossings(const std::vector<float>& x) {
+    std::vector<double> at;
+    for (size_t n = 1; n < x.size(); ++n)
+        if (x[n - 1] < 0.0f && x[n] >= 0.0f) at.push_back(n - 1 + x[n - 1] / (x[n - 1] - x[n]));
+    return at;
+}
+
 void SawVoice(EngineHarness& h) {
     h.SetupSingleVoicePatch();
     h.Set("voice1_osc1_saw-on", 1.0f);
@@ -41,12 +49,7 @@ TEST(VoiceChain, SawtoothPlaysTheKeysPitch) {
     h.Set("voice1_vcf_cutoff", 1.0f);
     h.NoteOn(69);
     h.RenderBlocks(10);
-    const Stereo out = h.RenderBlocks(44100 / 32);
-    // Rising zero crossings, interpolated between samples.
-    std::vector<double> crossings;
-    for (size_t n = 1; n < out.left.size(); ++n)
-        if (out.left[n - 1] < 0.0f && out.left[n] >= 0.0f)
-            crossings.push_back(n - 1 + out.left[n - 1] / (out.left[n - 1] - out.left[n]));
+    const std::vector<double> crossings = Crossings(h.RenderBlocks(44100 / 32).left);
     ASSERT_GT(crossings.size(), 100u);
     const double measured =
         (crossings.size() - 1) * 44100.0 / (crossings.back() - crossings.front());
@@ -54,6 +57,31 @@ TEST(VoiceChain, SawtoothPlaysTheKeysPitch) {
     const double expected =
         Norvell::dsp::FastPow2(0.083213426f * 12.0f) * Norvell::dsp::NoteFrequencies()[69 - 12];
     EXPECT_NEAR(measured, expected, 0.5);
+}
+
+TEST(VoiceChain, EqualTimeGlideTakesTheLagTableTime) {
+    // Entry 20 of the equal-time table: 0.125 s from key 48 to key 60; the
+    // oscillator rounds the gliding key, so key 60 sounds from 11.5/12 of it.
+    EngineHarness h;
+    SawVoice(h);
+    h.Set("voice1_vcf_cutoff", 1.0f);
+    h.Set("voice1_osc1_lag_on", 1.0f);
+    h.Set("voice1_lag_input_selector", 6.5f / 28.0f);
+    h.Set("voice1_lag_rate", 20.0f / 63.0f);
+    h.Set("voice1_lag_is_linear", 1.0f);
+    h.Set("voice1_lag_equal_time", 1.0f);
+    h.NoteOn(48);
+    h.RenderBlocks(400);
+    h.NoteOff(48);
+    h.NoteOn(60);
+    const std::vector<double> at = Crossings(h.RenderBlocks(300).left);
+    const double key60 =
+        Norvell::dsp::FastPow2(0.083213426f * 12.0f) * Norvell::dsp::NoteFrequencies()[60 - 12];
+    double reached = 0.0;
+    for (size_t i = 1; i < at.size(); ++i)
+        if (std::fabs(44100.0 / (at[i] - at[i - 1]) / key60 - 1.0) > 0.01)
+            reached = at[i] / 44100.0;
+    EXPECT_NEAR(reached, 0.125 * 11.5 / 12.0, 0.005);
 }
 
 TEST(VoiceChain, FilterSweepInEveryModeStaysFiniteAndBounded) {
