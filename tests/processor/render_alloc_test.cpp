@@ -31,79 +31,31 @@ void* AllocateOrThrow(size_t size, size_t alignment) {
 } // namespace
 
 // Every form of the global allocation functions, counted.
-void* operator new(size_t n) {
-    return AllocateOrThrow(n, 0);
-}
-void* operator new[](size_t n) {
-    return AllocateOrThrow(n, 0);
-}
-void* operator new(size_t n, std::align_val_t a) {
-    return AllocateOrThrow(n, size_t(a));
-}
-void* operator new[](size_t n, std::align_val_t a) {
-    return AllocateOrThrow(n, size_t(a));
-}
-void* operator new(size_t n, const std::nothrow_t&) noexcept {
-    return Allocate(n, 0);
-}
-void* operator new[](size_t n, const std::nothrow_t&) noexcept {
-    return Allocate(n, 0);
-}
-void* operator new(size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
-    return Allocate(n, size_t(a));
-}
-void* operator new[](size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
-    return Allocate(n, size_t(a));
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, size_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, size_t, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, size_t, std::align_val_t) noexcept {
-    std::free(p);
-}
+// clang-format off
+void* operator new(size_t n) { return AllocateOrThrow(n, 0); }
+void* operator new[](size_t n) { return AllocateOrThrow(n, 0); }
+void* operator new(size_t n, std::align_val_t a) { return AllocateOrThrow(n, size_t(a)); }
+void* operator new[](size_t n, std::align_val_t a) { return AllocateOrThrow(n, size_t(a)); }
+void* operator new(size_t n, const std::nothrow_t&) noexcept { return Allocate(n, 0); }
+void* operator new[](size_t n, const std::nothrow_t&) noexcept { return Allocate(n, 0); }
+void* operator new(size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return Allocate(n, size_t(a)); }
+void* operator new[](size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return Allocate(n, size_t(a)); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, size_t) noexcept { std::free(p); }
+void operator delete[](void* p, size_t) noexcept { std::free(p); }
+void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete(void* p, size_t, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, size_t, std::align_val_t) noexcept { std::free(p); }
+// clang-format on
 
 TEST(RealTime, RenderingNeverAllocates) {
     VantorTest::EngineHarness h;
-    h.SetupPolyPatch();
-    // Modulation everywhere: envelopes on both VCA levels, LFOs, ramps and
-    // trackers in use, both effect slots busy.
-    h.Set("voice1_vca1_gain", 0.0f);
-    h.Set("voice1_matrix1_src", 11.5f / 28.0f);
-    h.Set("voice1_matrix1_dest", 9.5f / 48.0f);
-    h.Set("voice1_matrix1_amount", 1.0f);
-    h.Set("voice1_matrix2_src", 16.5f / 28.0f);
-    h.Set("voice1_matrix2_dest", 7.5f / 48.0f);
-    h.Set("voice1_matrix2_amount", 0.8f);
-    h.Set("voice1_matrix3_src", 24.5f / 28.0f);
-    h.Set("voice1_matrix3_dest", 1.5f / 48.0f);
-    h.Set("voice1_matrix3_amount", 0.6f);
-    h.Set("voice1_matrix4_src", 21.5f / 28.0f);
-    h.Set("voice1_matrix4_dest", 2.5f / 48.0f);
-    h.Set("voice1_matrix4_amount", 0.6f);
-    h.Set("voice1_track1_input_selector", 8.5f / 28.0f);
+    // Every modulation source in use, sample and hold on LFO 2, both slots busy.
+    h.SetupModulatedPatch(true);
     h.Set("voice1_lfo2_wave", 6.5f / 7.0f);
     h.Set("voice1_lfo2_input_selector", 6.5f / 28.0f);
-    h.Set("voice1_osc1_saw-on", 1.0f);
-    h.Set("voice1_osc1_keyboard_follow", 1.0f);
-    h.Set("voice1_osc1_freq", 12.0f / 63.0f);
     h.Set("voice1_osc2_pulse-on", 1.0f);
     h.Set("voice1_osc2_noise-on", 1.0f);
     h.Set("voice1_fm_amount", 0.3f);

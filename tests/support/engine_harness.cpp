@@ -99,4 +99,35 @@ void EngineHarness::SetupPolyPatch() {
     Set("presetmode", 0.0f);
 }
 
+void EngineHarness::SetupModulatedPatch(bool fullModulation) {
+    SetupPolyPatch();
+    Set("master_volume", 0.5f);
+    Set("voice1_vca1_gain", 0.0f);
+    Set("voice1_osc1_saw-on", 1.0f);
+    Set("voice1_osc1_keyboard_follow", 1.0f);
+    Set("voice1_osc1_freq", 12.0f / 63.0f);
+    Set("voice1_osc1_volume", 0.5f);
+    Set("voice1_vcf_cutoff", 0.8f);
+    Set("voice1_vcf_type", 1.5f / 15.0f);
+    Set("voice1_env1_sustain", 0.7f);
+    Set("voice1_env1_amp", 1.0f);
+    Set("voice1_env1_release", 0.3f);
+    int slot = 1;
+    auto route = [&](int source, int dest, float amount) {
+        const std::string m = "voice1_matrix" + std::to_string(slot++) + "_";
+        Set(m + "src", (source + 0.5f) / 28.0f);
+        Set(m + "dest", (dest + 0.5f) / 48.0f);
+        Set(m + "amount", amount);
+    };
+    route(11, 9, 1.0f);
+    if (!fullModulation) return;
+    // Every LFO, ramp and tracker of every voice feeds a destination.
+    for (int k = 0; k < 5; ++k) route(16 + k, 1 + k % 6, 0.6f);
+    for (int k = 0; k < 4; ++k) route(24 + k, 7 + k % 2, 0.6f);
+    for (int k = 0; k < 3; ++k) route(21 + k, 11, 0.6f);
+    for (int k = 1; k <= 5; ++k) Set("voice1_lfo" + std::to_string(k) + "_speed", 0.2f * k);
+    for (int k = 1; k <= 3; ++k)
+        Set("voice1_track" + std::to_string(k) + "_input_selector", 8.5f / 28.0f);
+}
+
 } // namespace VantorTest

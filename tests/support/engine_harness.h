@@ -44,6 +44,9 @@ public:
     // Every voice enabled in zone 1, preset mode off (voice 1's parameters
     // play on all voices), otherwise as SetupSingleVoicePatch.
     void SetupPolyPatch();
+    // SetupPolyPatch with a sawtooth through the filter and envelope 1 on
+    // VCA 1; with fullModulation every LFO, ramp and tracker feeds a destination.
+    void SetupModulatedPatch(bool fullModulation);
 
     float sampleRate;
     float tempo = 120.0f;
