@@ -98,7 +98,7 @@ std::vector<std::string> Resources::BuildSearchFolders(const std::string& librar
 bool Resources::FindFile(const std::string& name, std::string& outFolder) {
     {
         // Processors may be built on several threads: build the list once.
-        std::lock_guard<std::mutex> guard(Mutex());
+        std::lock_guard<std::recursive_mutex> guard(Mutex());
         if (searchFolders.empty()) {
             searchFolders = BuildSearchFolders(GetDyLibFullPath(), programDataPath, productName);
             VANTOR_LOG(kCategory, LOG_NOTICE,

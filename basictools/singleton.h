@@ -10,7 +10,7 @@ public:
     static T* GetInstance() {
         T* current = instance.load(std::memory_order_acquire);
         if (current == nullptr) {
-            std::lock_guard<std::mutex> lock(mutex);
+            std::lock_guard<std::recursive_mutex> lock(mutex);
             current = instance.load(std::memory_order_relaxed);
             if (current == nullptr) {
                 current = new T();
@@ -22,12 +22,12 @@ public:
 
     static void DestroyInstance() {
         if (instance.load(std::memory_order_acquire) == nullptr) return;
-        std::lock_guard<std::mutex> lock(mutex);
+        std::lock_guard<std::recursive_mutex> lock(mutex);
         T* current = instance.exchange(nullptr, std::memory_order_acq_rel);
         delete current;
     }
 
-    static std::mutex& Mutex() { return mutex; }
+    static std::recursive_mutex& Mutex() { return mutex; }
 
 protected:
     CSingleton() = default;
@@ -35,7 +35,7 @@ protected:
 
 private:
     static inline std::atomic<T*> instance{nullptr};
-    static inline std::mutex mutex;
+    static inline std::recursive_mutex mutex;
 };
 
 // A static of this type destroys the instance when the program ends or the

@@ -69,9 +69,12 @@ private:
 
 } // namespace Norvell
 
-// Ask first, then build the text: a disabled line costs one map lookup.
+// Ask first, then build the text: a disabled line costs one map lookup. The
+// singleton's lock is held throughout, so another thread destroying the logger
+// (any processor's destructor does) waits until the line is written.
 #define VANTOR_LOG(category, level, expr)                                                          \
     do {                                                                                           \
+        std::lock_guard<std::recursive_mutex> vantorLogGuard_(::Norvell::CLog::Mutex());           \
         ::Norvell::CLog* vantorLog_ = ::Norvell::CLog::GetInstance();                              \
         if (vantorLog_->IsEnabled((category), (level))) {                                          \
             std::ostringstream vantorLogText_;                                                     \

@@ -54,7 +54,10 @@ void VantorProcessor::Construct() {
         std::string confPath = "../../../basictools/logger/log.conf";
         folder.clear();
         if (resources->FindFile("log.conf", folder)) confPath = folder + "log.conf";
-        CLog::GetInstance()->Configure(confPath, "");
+        {
+            std::lock_guard<std::recursive_mutex> guard(CLog::Mutex());
+            CLog::GetInstance()->Configure(confPath, "");
+        }
 
         modules = std::make_unique<Modules>(voiceState);
         signals = std::make_unique<SignalBank>();

@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <thread>
 
 using Norvell::Vantor::kUnboundId;
 using Engine = Norvell::Vantor::VantorProcessor;
@@ -329,4 +330,21 @@ TEST(Voices, DisablingAVoiceWithZeroOrNegativeValue) {
     h.Set("voice3_isenable", std::nanf("")); // NaN counts as 0
     h.RenderBlocks(1);
     EXPECT_FALSE(Norvell::Vantor::HasVoice(voices.enabledVoices, 2));
+}
+
+TEST(ProcessorConstruction, ProcessorsOnTwoThreadsShareTheLoggerSafely) {
+    // Every destructor releases the process-wide logger while the other
+    // thread may be logging through it.
+    auto churn = [] {
+        for (int i = 0; i < 3; ++i) {
+            EngineHarness h;
+            EXPECT_EQ(h.Processor().GetParamCount(), 4806u);
+            float value = 0.0f;
+            h.Processor().GetParam(99999, &value); // logs an error line
+        }
+    };
+    std::thread a(churn);
+    std::thread b(churn);
+    a.join();
+    b.join();
 }
