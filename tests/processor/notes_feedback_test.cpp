@@ -165,3 +165,21 @@ TEST(Notes, AFullSustainQueueLetsTheNextNoteOffThrough) {
     h.RenderBlocks(1);
     EXPECT_FALSE(Norvell::Vantor::HasVoice(voices.gateVoices, 0));
 }
+
+TEST(Notes, UnisonVoicesKeepTheirKeyThroughTheSustainReplay) {
+    EngineHarness h;
+    h.SetupPolyPatch();
+    h.Set("zone1_playmode", 5.5f / 6.0f); // last-key unison
+    h.Set("sustain-hold", 1.0f);
+    h.Set("pedal-sustain", 1.0f);
+    h.NoteOn(60, 90);
+    h.NoteOff(60, 40);
+    h.RenderBlocks(1);
+    const uint32_t sounding = 0x90u | 60u << 8 | 90u << 16;
+    auto& voices = h.Processor().Voices();
+    ASSERT_EQ(voices.voiceMessage[3], sounding);
+    h.Set("pedal-sustain", 0.0f);
+    h.RenderBlocks(1);
+    EXPECT_EQ(voices.gateVoices, 0u);            // released by the replayed note-off
+    EXPECT_EQ(voices.voiceMessage[3], sounding); // but still sounding key 60
+}
