@@ -17,9 +17,7 @@ void BM_VcfBlock(benchmark::State& bench) {
     Init(vcf, 0);
     float params[kVcfParamCount] = {0.6f, 0.8f, (mode + 0.5f) / 15.0f, 0.0f, 0.0f, 0.0f, 0.0f};
     for (size_t i = 0; i < kVcfParamCount; ++i) vcf.params.bound[i] = &params[i];
-    vcf.fineTune = 0.5f;
-    vcf.voiceDetune = 0.5f;
-    vcf.voiceTranspose = 0.6f;
+    vcf.tuning = {0.5f, 0.5f, 0.6f};
     VoiceState voices;
     AddVoice(voices.activeVoices, 0);
     voices.voiceMessage[0] = 0x90u | 60u << 8 | 100u << 16;

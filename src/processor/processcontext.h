@@ -19,6 +19,14 @@ struct ProcessContext {
     VoiceState* voiceState = nullptr;
 };
 
+// Master fine tune and the voice's detune and transpose, copied into both
+// oscillators and the filter of a voice before every call.
+struct VoiceTuning {
+    float fineTune = 0.0f;
+    float voiceDetune = 0.0f;
+    float voiceTranspose = 0.0f;
+};
+
 // Module process operation: (state, inputs, count, outputs, output count,
 // context) -> status. A null input means "not connected". Status 0 success,
 // 2 a required pointer is missing, 4 not ready or an unusable input.

@@ -216,19 +216,12 @@ void VantorProcessor::RenderVoice(int v) {
     }
 
     // 7.5 tuning copies
-    const float fineTune = m.master[kMasterFineTune];
-    const float detune = m.voices[v][kVoiceDetune];
-    const float transpose = m.voices[v][kVoiceTranspose];
-    for (int k = 0; k < 2; ++k) {
-        OscillatorState& osc = m.oscillators[2 * v + k];
-        osc.fineTune = fineTune;
-        osc.voiceDetune = detune;
-        osc.voiceTranspose = transpose;
-    }
+    const VoiceTuning tuning{m.master[kMasterFineTune], m.voices[v][kVoiceDetune],
+                             m.voices[v][kVoiceTranspose]};
+    m.oscillators[2 * v].tuning = tuning;
+    m.oscillators[2 * v + 1].tuning = tuning;
     VcfState& filter = m.filters[v];
-    filter.fineTune = fineTune;
-    filter.voiceDetune = detune;
-    filter.voiceTranspose = transpose;
+    filter.tuning = tuning;
 
     // FM goes either to oscillator 1 or to the filter; decided before both calls.
     const bool fmToFilter = m.fm[v].destination != 0.0f;

@@ -139,8 +139,9 @@ float GlideNoteFrequency(float key) {
 
 // Static pitch, staticFreq and the 32 per-sample frequencies.
 void ComputeFrequencies(OscillatorState& s, Inputs in) {
-    const float pitch = (s.fineTune - 0.5f) + (s.mappedDetune - 0.5f) + (s.voiceDetune - 0.5f) +
-                        60.0f * s.voiceTranspose + 63.0f * s.params[kOscFreq] - 36.0f;
+    const float pitch = (s.tuning.fineTune - 0.5f) + (s.mappedDetune - 0.5f) +
+                        (s.tuning.voiceDetune - 0.5f) + 60.0f * s.tuning.voiceTranspose +
+                        63.0f * s.params[kOscFreq] - 36.0f;
     const float staticFreq = dsp::FastPow2(kSemitone * pitch) * s.baseFreq;
     s.staticFreq = staticFreq >= 0.0f ? staticFreq : 0.0f;
 

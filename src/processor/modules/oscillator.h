@@ -71,10 +71,7 @@ struct OversampledTriangle {
 struct OscillatorState {
     ParamRecord<kOscParamCount> params;
     int32_t voiceIndex = -1;
-    // Injected by the block render before every call.
-    float fineTune = 0.0f;
-    float voiceDetune = 0.0f;
-    float voiceTranspose = 0.0f;
+    VoiceTuning tuning; // injected by the block render before every call
 
     // Derived from the parameters at refresh.
     float level = 0.0f;

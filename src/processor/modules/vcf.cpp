@@ -264,8 +264,9 @@ void TakeInputs(VcfState& s, Inputs in) {
         for (float& c : s.cutoffControl) c = std::clamp(c, 0.0f, 1.0f);
     }
 
-    const float tune = FastPow2(kSemitone * ((s.fineTune - 0.5f) + (s.voiceDetune - 0.5f) +
-                                             60.0f * s.voiceTranspose - 36.0f));
+    const float tune =
+        FastPow2(kSemitone * ((s.tuning.fineTune - 0.5f) + (s.tuning.voiceDetune - 0.5f) +
+                              60.0f * s.tuning.voiceTranspose - 36.0f));
     for (int i = 0; i < kBlockSize; ++i) {
         const float steps = 127.0f * s.cutoffControl[i];
         const float f0 = s.keyFollow ? s.keyFreq * FastPow2((steps - 8.0f) * kSemitone)

@@ -44,10 +44,7 @@ struct VcfSection {
 struct VcfState {
     ParamRecord<kVcfParamCount> params;
     int32_t voiceIndex = -1;
-    // Injected by the block render before every call.
-    float fineTune = 0.0f;
-    float voiceDetune = 0.0f;
-    float voiceTranspose = 0.0f;
+    VoiceTuning tuning; // injected by the block render before every call
 
     // Derived from the parameters.
     float cutoffTarget = 1000.0f;

@@ -41,8 +41,7 @@ struct OscRig {
     }
     void Fill(size_t input, float v) { std::fill_n(in[input] = buf[input], kBlockSize, v); }
     int32_t Block(bool runAnyway = false) {
-        osc.fineTune = osc.voiceDetune = 0.5f;
-        osc.voiceTranspose = 0.6f;
+        osc.tuning = {0.5f, 0.5f, 0.6f};
         float* out[2] = {aux, audio};
         return Process(osc, in, 1, out, 2, ctx, runAnyway);
     }

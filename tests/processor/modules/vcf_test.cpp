@@ -26,8 +26,7 @@ struct Rig {
         params[kVcfType] = (mode + 0.5f) / 15.0f;
         params[kVcfCutoff] = cutoff;
         params[kVcfRes] = q;
-        vcf.fineTune = vcf.voiceDetune = 0.5f;
-        vcf.voiceTranspose = 0.6f;
+        vcf.tuning = {0.5f, 0.5f, 0.6f};
         ctx.sampleRate = rate;
         ctx.voiceState = &voices;
         AddVoice(voices.activeVoices, 0);
@@ -75,7 +74,7 @@ TEST(Vcf, CutoffFollowsLawKeyAndTuning) {
         {1.0f, 0.8f, 7531.9175 * std::exp2(0.083213426 * 12.0)}};
     for (const auto& [cutoff, transpose, hz] : points) {
         Rig law(0, cutoff);
-        law.vcf.voiceTranspose = transpose;
+        law.vcf.tuning.voiceTranspose = transpose;
         EXPECT_NEAR(law.Run(), hz, hz * 5e-4) << cutoff << " " << transpose;
     }
 }
