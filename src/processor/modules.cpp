@@ -7,6 +7,33 @@
 
 namespace Norvell::Vantor {
 
+// Copies of the module states as construction left them, for the resets.
+struct VantorProcessor::Modules::Pristine {
+    OscillatorState oscillator[2];
+    FmAmountState fm;
+    EnvelopeState envelope;
+    VibratoState vibrato;
+    TrackState tracker;
+    LfoState lfo;
+    VcaState vca;
+    LagState lag;
+    RampState ramp;
+    VcfState filter;
+    ModMatrixState matrix;
+};
+
+namespace {
+// Puts state back to its pristine copy but keeps what the registry and the
+// host set: the bindings, the current values and the voice the copy was
+// made for.
+template <typename State> void Restore(State& state, const State& pristine) {
+    const auto params = state.params;
+    state = pristine;
+    state.params = params;
+    state.params.refreshPending = true;
+}
+} // namespace
+
 VantorProcessor::Modules::Modules(VoiceState& state) : voiceState(state) {
     dsp::SeedRandom(dsp::ConstructionSeed());
     VANTOR_LOG("audio_engine", LOG_DEBUG,
@@ -41,6 +68,54 @@ VantorProcessor::Modules::Modules(VoiceState& state) : voiceState(state) {
         Init(flangers[s]);
         Init(choruses[s]);
     }
+    // Voice 0's states stand for every voice: only the voice index differs.
+    pristine = std::make_unique<Pristine>();
+    pristine->oscillator[0] = oscillators[0];
+    pristine->oscillator[1] = oscillators[1];
+    pristine->fm = fm[0];
+    pristine->envelope = envelopes[0];
+    pristine->vibrato = vibrato;
+    pristine->tracker = trackers[0];
+    pristine->lfo = lfos[0];
+    pristine->vca = vcas[0];
+    pristine->lag = lags[0];
+    pristine->ramp = ramps[0];
+    pristine->filter = filters[0];
+    pristine->matrix = matrices[0];
+}
+
+void VantorProcessor::Modules::ResetVoiceChain(int v) {
+    const Pristine& p = *pristine;
+    for (int k = 0; k < 2; ++k) {
+        Restore(oscillators[2 * v + k], p.oscillator[k]);
+        oscillators[2 * v + k].voiceIndex = v;
+        Restore(vcas[2 * v + k], p.vca);
+    }
+    Restore(fm[v], p.fm);
+    fm[v].voiceIndex = v;
+    Restore(filters[v], p.filter);
+    filters[v].voiceIndex = v;
+    Restore(lags[v], p.lag);
+    lags[v].voiceIndex = v;
+    Restore(matrices[v], p.matrix);
+    for (int k = 0; k < 5; ++k) {
+        Restore(envelopes[5 * v + k], p.envelope);
+        envelopes[5 * v + k].voiceIndex = v;
+        Restore(lfos[5 * v + k], p.lfo);
+        lfos[5 * v + k].voiceIndex = v;
+    }
+    for (int k = 0; k < 4; ++k) {
+        Restore(ramps[4 * v + k], p.ramp);
+        ramps[4 * v + k].voiceIndex = v;
+    }
+    for (int k = 0; k < 3; ++k) {
+        Restore(trackers[3 * v + k], p.tracker);
+        trackers[3 * v + k].voiceIndex = v;
+    }
+}
+
+void VantorProcessor::Modules::ResetControllers() {
+    Restore(vibrato, pristine->vibrato);
 }
 
 VantorProcessor::Modules::~Modules() {

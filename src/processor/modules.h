@@ -24,6 +24,7 @@
 #include "processor/vantorprocessor.h"
 
 #include <array>
+#include <memory>
 
 namespace Norvell::Vantor {
 
@@ -72,6 +73,12 @@ public:
     ParamSlots SlotsOf(const ModuleTypeInfo& type, int instance);
     // Clears both instances of every effect type.
     void ResetEffects();
+    // Returns the running state of every module of voice v to its state at
+    // construction; bindings and parameter values stay, and derived values
+    // are recomputed at the next block.
+    void ResetVoiceChain(int v);
+    // The same for the vibrato, the one controller with running state.
+    void ResetControllers();
 
     std::array<ParamRecord<8>, kVoiceCount> voices;
     std::array<ParamRecord<2>, kZoneCount> zones;
@@ -97,7 +104,9 @@ public:
     AmbientNoiseState ambientNoise;
 
 private:
+    struct Pristine;
     VoiceState& voiceState;
+    std::unique_ptr<Pristine> pristine;
 };
 
 } // namespace Norvell::Vantor

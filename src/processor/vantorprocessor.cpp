@@ -15,6 +15,8 @@ namespace Norvell::Vantor {
 namespace {
 
 const char* const kAudioEngine = "audio_engine";
+// Far above any description's needs; keeps the offsets clear of overflow.
+constexpr uint64_t kMaxValueStoreSize = uint64_t{1} << 30;
 
 // Splits "type-N" at its last '-'; a name without '-' is parsed whole.
 void SplitInstanceName(const std::string& instanceName, std::string& type, std::string& number) {
@@ -84,6 +86,10 @@ void VantorProcessor::Construct() {
         uint64_t offset = 0;
         for (const Processor::ParamInfo& param : paramInfos) {
             const uint64_t size = param.dataSize > 0 ? static_cast<uint64_t>(param.dataSize) : 0;
+            if (size > static_cast<uint64_t>(Processor::kMaxParamDataSize) ||
+                offset > kMaxValueStoreSize - size)
+                throw CException("value store too large",
+                                 "Norvell::Vantor::VantorProcessor::VantorProcessor", 204);
             valueOffsets.push_back(offset);
             valueSizes.push_back(size);
             offset += size;
@@ -183,6 +189,7 @@ int32_t VantorProcessor::SetParamSrc(const std::string& instanceName, const std:
 }
 
 VantorProcessor::~VantorProcessor() {
+    ReportHealing();
     VANTOR_LOG(kAudioEngine, LOG_INFO, "DTOR VantorProcessor\n");
     modules.reset();
     signals.reset();
@@ -206,11 +213,28 @@ uint32_t VantorProcessor::FindParamId(const std::string& name) const {
 }
 
 bool VantorProcessor::SetSampleRate(const float* rate) {
-    if (rate != nullptr) std::memcpy(&processContext.sampleRate, rate, sizeof(float));
+    ReportHealing();
+    if (rate == nullptr) return true;
+    float value = 0.0f;
+    std::memcpy(&value, rate, sizeof value);
+    if (!AcceptedRate(value)) {
+        VANTOR_LOG(kAudioEngine, LOG_ERROR, "sample rate " << value << " Hz refused");
+        return false;
+    }
+    processContext.sampleRate = value;
     return true;
 }
 
+void VantorProcessor::ReportHealing() {
+    if (healedBlocks == healedReported) return;
+    VANTOR_LOG(kAudioEngine, LOG_ERROR,
+               healedBlocks - healedReported
+                   << " voice or effect blocks were not finite and their state was reset");
+    healedReported = healedBlocks;
+}
+
 bool VantorProcessor::Initialize(uint64_t hostValue) {
+    ReportHealing();
     info.hostValue = hostValue;
     info.paramCount = static_cast<uint32_t>(GetParamCount());
     return OnInitialize();
@@ -233,6 +257,7 @@ bool VantorProcessor::GetOptionalDataB(uint64_t* pointer, uint32_t* size) {
 }
 
 bool VantorProcessor::SetParam(uint32_t id, float value) {
+    if (!std::isfinite(value)) return false;
     bool stored = false;
     if (id < paramInfos.size() && valueSizes[id] == 4) {
         std::memcpy(Value(id), &value, sizeof value);
@@ -266,6 +291,7 @@ bool VantorProcessor::GetParam(uint32_t id, float* value) {
 }
 
 bool VantorProcessor::GetState(void* data, uint64_t* size) {
+    ReportHealing();
     if (size == nullptr) return true;
     if (*size == 0)
         *size = valueStoreSize;
@@ -275,15 +301,35 @@ bool VantorProcessor::GetState(void* data, uint64_t* size) {
 }
 
 bool VantorProcessor::SetState(const void* data, uint64_t size) {
+    ReportHealing();
     if (data == nullptr) return true;
-    const uint64_t count = size < valueStoreSize ? size : valueStoreSize;
-    if (count > 0) std::memcpy(valueStore.get(), data, count);
+    if (size != valueStoreSize) {
+        VANTOR_LOG(kAudioEngine, LOG_ERROR,
+                   "state refused: " << size << " bytes, expected " << valueStoreSize);
+        return false;
+    }
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    for (size_t id = 0; id < valueSizes.size(); ++id) {
+        if (valueSizes[id] != 4) continue;
+        float value;
+        std::memcpy(&value, bytes + valueOffsets[id], sizeof value);
+        if (!std::isfinite(value)) {
+            VANTOR_LOG(kAudioEngine, LOG_ERROR,
+                       "state refused: value of parameter " << id << " is not finite");
+            return false;
+        }
+    }
+    if (size > 0) std::memcpy(valueStore.get(), data, size);
     return true;
 }
 
 void VantorProcessor::AllNotesOff() {
     ResetVoiceState(voiceState);
-    if (modules) modules->ResetEffects();
+    if (modules) {
+        modules->ResetEffects();
+        modules->ResetControllers();
+        for (int v = 0; v < kVoiceCount; ++v) modules->ResetVoiceChain(v);
+    }
     dcState[0] = 0.0f;
     dcState[1] = 0.0f;
     for (float& pressure : keyPressure) pressure = 0.0f;

@@ -66,6 +66,15 @@ public:
     const ProcessContext& Context() const { return processContext; }
     // Parameter id by host-facing name, kUnboundId when absent.
     uint32_t FindParamId(const std::string& name) const;
+    // Voice chains and effects reset because a block of theirs was not finite.
+    uint64_t HealedBlocks() const { return healedBlocks; }
+
+    // Sample rates the engine accepts, in Hz.
+    static constexpr float kMinSampleRate = 8000.0f;
+    static constexpr float kMaxSampleRate = 768000.0f;
+    static bool AcceptedRate(float rate) {
+        return rate >= kMinSampleRate && rate <= kMaxSampleRate;
+    }
 
     static constexpr size_t kDeferredNoteOffCapacity = 1536;
 
@@ -76,6 +85,10 @@ private:
     void RenderBlock();
     void RenderVoice(int v);
     bool SourceInUse(int v, int source) const;
+    // Resets voice v's chain after a non-finite block; the caller drops the block.
+    void HealVoice(int v);
+    // Logs the resets counted by Render since the last report; never called from Render.
+    void ReportHealing();
     float* Value(uint32_t id) const;
 
     using VoiceLinkKey = std::tuple<std::string, std::string, uint32_t>;
@@ -111,6 +124,8 @@ private:
     float dcState[2] = {};
     float dcCoefficient = 0.0f;
     float dcRate = 0.0f;
+    uint64_t healedBlocks = 0;
+    uint64_t healedReported = 0;
 };
 
 } // namespace Norvell::Vantor

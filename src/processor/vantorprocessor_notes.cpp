@@ -117,9 +117,14 @@ void VantorProcessor::GetChangedValues(const Processor::ValueChange** list, int3
             ranges[z].high = StepIndex(read(zone.range.ids[1]), 127.0f, 1 << 20);
         }
     }
-    std::stable_sort(ranges.begin(), ranges.end(), [](const ZoneRange& a, const ZoneRange& b) {
-        return a.high - a.low < b.high - b.low;
-    });
+    // Stable insertion sort by width: std::stable_sort takes a heap buffer.
+    for (size_t i = 1; i < ranges.size(); ++i) {
+        const ZoneRange moving = ranges[i];
+        size_t j = i;
+        for (; j > 0 && moving.high - moving.low < ranges[j - 1].high - ranges[j - 1].low; --j)
+            ranges[j] = ranges[j - 1];
+        ranges[j] = moving;
+    }
     bool crossing = false;
     for (const ZoneRange& a : ranges)
         for (const ZoneRange& b : ranges)

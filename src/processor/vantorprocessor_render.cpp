@@ -26,6 +26,14 @@ void RampBuffer(float* buffer, float& current, float target, float scale, float 
     current = target;
 }
 
+// One accumulated test per block: a NaN or an infinity anywhere makes the sum
+// non-finite.
+bool IsFinite(const float* buffer) {
+    float sum = 0.0f;
+    for (int n = 0; n < kBlockSize; ++n) sum += buffer[n];
+    return std::isfinite(sum);
+}
+
 bool IsBipolarSource(int32_t source) {
     return source == 2 || source == 5 || (source >= 16 && source <= 20);
 }
@@ -36,8 +44,9 @@ bool VantorProcessor::Render(const Processor::RenderContext* ctx) {
     if (ctx == nullptr) return false;
     const int32_t frames = static_cast<int32_t>(std::min<uint32_t>(ctx->frameCount, kBlockSize));
     processContext.frameCount = frames;
-    if (ctx->sampleRate > 0.0f && std::isfinite(ctx->sampleRate))
-        processContext.sampleRate = ctx->sampleRate;
+    // A refused rate keeps the previous one; the block is still rendered.
+    const bool rateAccepted = AcceptedRate(ctx->sampleRate);
+    if (rateAccepted) processContext.sampleRate = ctx->sampleRate;
     if (std::isfinite(ctx->tempo)) processContext.tempo = ctx->tempo;
 
     const bool canRender =
@@ -50,7 +59,7 @@ bool VantorProcessor::Render(const Processor::RenderContext* ctx) {
     }
 
     float* const* outputs = ctx->outputs;
-    if (outputs == nullptr) return true;
+    if (outputs == nullptr) return rateAccepted;
     const bool haveFinal = signals && signals->Complete();
     for (int channel = 0; channel < 2; ++channel) {
         float* out = outputs[channel];
@@ -61,7 +70,7 @@ bool VantorProcessor::Render(const Processor::RenderContext* ctx) {
         else
             Fill(out, 0.0f, frames);
     }
-    return true;
+    return rateAccepted;
 }
 
 void VantorProcessor::RenderBlock() {
@@ -131,7 +140,7 @@ void VantorProcessor::RenderBlock() {
             y += (mix[ch][n] - y) * dcCoefficient;
             mix[ch][n] -= y;
         }
-        dcState[ch] = y;
+        dcState[ch] = std::isfinite(y) ? y : 0.0f;
     }
 
     // 10. Effect slots in series.
@@ -142,7 +151,14 @@ void VantorProcessor::RenderBlock() {
         const int32_t type = active == 0.0f ? 0 : StepIndex(selector, 7.0f, 6);
         if (type == 0) continue;
         float* out[2] = {bank.slotLeft[s], bank.slotRight[s]};
-        auto run = [&](auto& instances) { Process(instances[s], pair, 2, out, 2, processContext); };
+        auto run = [&](auto& instances) {
+            Process(instances[s], pair, 2, out, 2, processContext);
+            if (IsFinite(out[0]) && IsFinite(out[1])) return;
+            Reset(instances[s]);
+            Fill(out[0], 0.0f, kBlockSize);
+            Fill(out[1], 0.0f, kBlockSize);
+            ++healedBlocks;
+        };
         switch (type) {
         case 1: run(m.delays); break;
         case 2: run(m.phasers); break;
@@ -156,11 +172,17 @@ void VantorProcessor::RenderBlock() {
     }
 
     // 11. Master volume (the cached value, not smoothed).
-    const float volume = master[kMasterVolume];
+    const float volume = std::clamp(master[kMasterVolume], 0.0f, 1.0f);
     for (int n = 0; n < kBlockSize; ++n) {
         bank.finalLeft[n] = pair[0][n] * volume;
         bank.finalRight[n] = pair[1][n] * volume;
     }
+}
+
+void VantorProcessor::HealVoice(int v) {
+    modules->ResetVoiceChain(v);
+    Fill(signals->voices[v].vca[1], 0.0f, kBlockSize);
+    ++healedBlocks;
 }
 
 bool VantorProcessor::SourceInUse(int v, int source) const {
@@ -311,9 +333,11 @@ void VantorProcessor::RenderVoice(int v) {
         Process(m.envelopes[5 * v + k], in, 11, out, 1, ctx);
     }
 
+    if (!IsFinite(vb.vca[1])) HealVoice(v);
+
     // 7.15 mix with volume and pan
-    const float volume = m.voices[v][kVoiceVolume];
-    const float pan = m.voices[v][kVoicePan];
+    const float volume = std::clamp(m.voices[v][kVoiceVolume], 0.0f, 1.0f);
+    const float pan = std::clamp(m.voices[v][kVoicePan], 0.0f, 1.0f);
     const float leftGain = (1.0f - pan) * volume;
     const float rightGain = pan * volume;
     for (int n = 0; n < kBlockSize; ++n) {

@@ -13,7 +13,7 @@ static int failures = 0;
 #define CHECK(cond)                                                                                \
     do {                                                                                           \
         if (!(cond)) {                                                                             \
-            fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond);              \
+            fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond);               \
             ++failures;                                                                            \
         }                                                                                          \
     } while (0)
@@ -38,7 +38,8 @@ static void CheckConstantAnswers(VantorProcessor* p) {
     CHECK(CALL(p, VANTOR_SLOT_TERMINATE, VantorBoolFn, p));
     CHECK(CALL(p, VANTOR_SLOT_GET_INTERFACE_VERSION, VantorU32Fn, p) == VANTOR_INTERFACE_VERSION);
     CHECK(CALL(p, VANTOR_SLOT_GET_BLOCK_SIZE, VantorU32Fn, p) == 32);
-    for (int slot = VANTOR_SLOT_GET_OPTIONAL_DATA_A; slot <= VANTOR_SLOT_GET_OPTIONAL_DATA_B; ++slot) {
+    for (int slot = VANTOR_SLOT_GET_OPTIONAL_DATA_A; slot <= VANTOR_SLOT_GET_OPTIONAL_DATA_B;
+         ++slot) {
         uint64_t pointer = 99;
         uint32_t size = 99;
         CHECK(CALL(p, slot, VantorGetOptionalDataFn, p, &pointer, &size));
@@ -81,7 +82,10 @@ static void CheckParameters(VantorProcessor* p, uint64_t count) {
     CHECK(stored == 0.25f);
     stored = 0.75f;
     memcpy(blob, &stored, 4);
-    CHECK(CALL(p, VANTOR_SLOT_SET_STATE, VantorSetStateFn, p, blob, 4)); /* short blob */
+    CHECK(!CALL(p, VANTOR_SLOT_SET_STATE, VantorSetStateFn, p, blob, 4)); /* short blob */
+    CHECK(CALL(p, VANTOR_SLOT_GET_PARAM, VantorGetParamFn, p, 0, &value));
+    CHECK(value == 0.25f);
+    CHECK(CALL(p, VANTOR_SLOT_SET_STATE, VantorSetStateFn, p, blob, size));
     CHECK(CALL(p, VANTOR_SLOT_GET_PARAM, VantorGetParamFn, p, 0, &value));
     CHECK(value == 0.75f);
     free(blob);
@@ -144,9 +148,11 @@ int main(int argc, char** argv) {
     CheckFactoryTexts(second);
     CHECK(CALL(factory, VANTOR_FACTORY_GET_VERSION, VantorFactoryGetVersionFn, factory) == 2);
 
-    VantorProcessor* p = CALL(factory, VANTOR_FACTORY_CREATE_PROCESSOR, VantorFactoryCreateFn, factory);
+    VantorProcessor* p =
+        CALL(factory, VANTOR_FACTORY_CREATE_PROCESSOR, VantorFactoryCreateFn, factory);
     CHECK(p != NULL);
-    VantorProcessorInfo* info = CALL(p, VANTOR_SLOT_GET_PROCESSOR_INFO, VantorGetProcessorInfoFn, p);
+    VantorProcessorInfo* info =
+        CALL(p, VANTOR_SLOT_GET_PROCESSOR_INFO, VantorGetProcessorInfoFn, p);
     CHECK(info == &p->info);
     CHECK(info->paramCount == 0 && info->outputCount == 2 && info->inputCount == 0);
     CHECK(info->blockSize == 32 && info->reserved1 == 3 && info->hostValue == 0);
@@ -162,7 +168,8 @@ int main(int argc, char** argv) {
     CheckRender(p);
 
     CHECK(CALL(p, VANTOR_SLOT_RELEASE, VantorReleaseFn, p, VANTOR_RELEASE_FREE) == p);
-    CHECK(CALL(factory, VANTOR_FACTORY_RELEASE, VantorReleaseFn, factory, VANTOR_RELEASE_FREE) == factory);
+    CHECK(CALL(factory, VANTOR_FACTORY_RELEASE, VantorReleaseFn, factory, VANTOR_RELEASE_FREE) ==
+          factory);
     CALL(second, VANTOR_FACTORY_RELEASE, VantorReleaseFn, second, VANTOR_RELEASE_FREE);
     dlclose(library);
 

@@ -87,6 +87,9 @@ TEST(RealTime, RenderingNeverAllocates) {
         }
         if (block == 300) p.SetParam(panic, 1.0f);
         h.RenderBlock(left, right);
+        const VantorValueChange* changes = nullptr;
+        int32_t changeCount = 0;
+        p.GetChangedValues(&changes, &changeCount);
     }
     counting = false;
     EXPECT_EQ(allocations.load(), 0);

@@ -99,13 +99,13 @@ TEST(ParameterRouting, UnknownIdsAndNaNNeverBreakTheProcessor) {
     EXPECT_FALSE(p.ProcessMidiMessage(nullptr));
     EXPECT_FALSE(p.Render(nullptr));
 
-    // NaN in every selector: stored as given, rendering stays finite.
+    // NaN in every selector: refused, the old value stays, rendering stays finite.
     h.SetupPolyPatch();
     for (const char* name : {"zone1_playmode", "voice1_zone", "effect0_selector", "voice2_isenable",
                              "zone1_min_note", "voice1_matrix1_src", "voice1_matrix1_dest",
                              "voice1_lfo1_wave", "voice1_vcf_type", "vib_wave"})
-        h.Set(name, std::nanf(""));
-    EXPECT_TRUE(std::isnan(h.Get("zone1_playmode")));
+        EXPECT_FALSE(p.SetParam(h.Id(name), std::nanf("")));
+    EXPECT_FLOAT_EQ(h.Get("zone1_playmode"), 2.5f / 6.0f);
     h.Set("effect0_active", 1.0f);
     h.NoteOn(60);
     h.NoteOn(64);
@@ -164,7 +164,7 @@ TEST(ParameterRouting, MasterValuesActAfterUpdateVoiceSetup) {
     EXPECT_FLOAT_EQ(master[Norvell::Vantor::kMasterVolume], 0.25f);
 }
 
-TEST(ParameterRouting, StateRoundTripAndShortBlob) {
+TEST(ParameterRouting, StateRoundTripAndShortBlobRefused) {
     EngineHarness h;
     Engine& p = h.Processor();
     uint64_t size = 0;
@@ -182,13 +182,15 @@ TEST(ParameterRouting, StateRoundTripAndShortBlob) {
     EXPECT_EQ(blob, back);
     EXPECT_FLOAT_EQ(other.Get("voice3_osc2_pulse-width"), 0.3f);
 
-    // A short blob replaces only its own bytes; no side effects run.
+    // A short blob is refused whole; a full one runs no side effects.
     std::vector<uint8_t> zeros(8, 0);
+    ASSERT_FALSE(other.Processor().SetState(zeros.data(), zeros.size()));
+    EXPECT_FLOAT_EQ(other.Get("fx2_reverb_dry_wet"), 0.8f);
     other.Set("panic", 0.5f);
+    zeros.assign(size, 0);
     ASSERT_TRUE(other.Processor().SetState(zeros.data(), zeros.size()));
     EXPECT_EQ(other.Get("master_volume"), 0.0f);
-    EXPECT_FLOAT_EQ(other.Get("panic"), 0.5f);
-    EXPECT_FLOAT_EQ(other.Get("fx2_reverb_dry_wet"), 0.8f);
+    EXPECT_EQ(other.Get("panic"), 0.0f);
 }
 
 TEST(ParameterRouting, PresetModeRepointsVoiceLinks) {

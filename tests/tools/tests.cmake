@@ -91,6 +91,12 @@ vantor_render_failure(truncated_midi "truncated" ${RENDER_OUT}/bad1.wav
   ${RENDER_OUT}/truncated.mid -o ${RENDER_OUT}/bad1.wav)
 set_tests_properties(tools.render.fails.truncated_midi PROPERTIES
   FIXTURES_REQUIRED "render_clip;render_truncated")
+# One delta of 0x0FFFFFFF ticks at one tick per quarter note: years of audio.
+vantor_render_failure(too_long "lasts [0-9]+ s .*--max-length [0-9]+ or more" ${RENDER_OUT}/long.wav
+  ${CMAKE_CURRENT_LIST_DIR}/data/long_delta.mid -o ${RENDER_OUT}/long.wav)
+set_tests_properties(tools.render.fails.too_long PROPERTIES TIMEOUT 60)
+vantor_render_failure(longer_than_limit "lasts 2 s .*--max-length 1 s.*--max-length 2 or more"
+  ${RENDER_OUT}/long2.wav ${CLIP} -o ${RENDER_OUT}/long2.wav --max-length 1)
 vantor_render_failure(missing_engine "cannot load the engine" ${RENDER_OUT}/bad2.wav
   ${CLIP} -o ${RENDER_OUT}/bad2.wav --engine ${RENDER_OUT}/no-such-engine.so)
 vantor_render_failure(unknown_parameter "closest matches: voice1_vcf_cutoff" ${RENDER_OUT}/bad3.wav

@@ -1,6 +1,7 @@
 // vantor-render: renders a MIDI file through the Vantor engine into a WAV file.
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -41,6 +42,7 @@ struct Options {
     uint32_t rate = 44100;
     std::string format = "24";
     double tail = 30.0;
+    double maxLength = 7200.0;
     std::optional<uint32_t> seed;
     std::string engine;
     std::string loadState;
@@ -136,7 +138,9 @@ void ApplySetup(Engine& engine, const ParamDirectory& params, const Options& opt
         if (blob.size() != expected)
             throw Failure(options.loadState + ": state of " + std::to_string(blob.size()) +
                           " bytes, this engine's state has " + std::to_string(expected) + " bytes");
-        engine.SetState(blob);
+        if (!engine.SetState(blob))
+            throw Failure(options.loadState + ": the engine refused this state (a value in it is "
+                                              "not a finite number)");
         // SetState runs no side effects: re-send the preset mode so the voices follow it.
         if (auto id = params.Find("presetmode")) {
             float mode = 0.0f;
@@ -208,6 +212,15 @@ int Run(const Options& options) {
     engine.WatchVoices(voiceIds);
 
     const Timeline timeline = BuildTimeline(*midi, options.rate, ControlIds::From(params));
+    const double fileSeconds = double(timeline.endFrame) / options.rate;
+    if (fileSeconds > options.maxLength) {
+        char text[256];
+        std::snprintf(text, sizeof text,
+                      "the MIDI file lasts %.0f s (%.1f hours), longer than --max-length %.0f s; "
+                      "pass --max-length %.0f or more to render it",
+                      fileSeconds, fileSeconds / 3600.0, options.maxLength, std::ceil(fileSeconds));
+        throw Failure(text);
+    }
     RenderSettings settings;
     settings.sampleRate = options.rate;
     settings.blockSize = blockSize;
@@ -279,13 +292,16 @@ int main(int argc, char** argv) {
                    "set a parameter after the preset, value 0..1 (repeatable)")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
-    app.add_option("-r,--rate", options.rate, "sample rate in Hz (default 44100)")
-        ->check(CLI::PositiveNumber);
+    app.add_option("-r,--rate", options.rate, "sample rate in Hz, 8000 to 768000 (default 44100)")
+        ->check(CLI::Range(8000u, 768000u));
     app.add_option("-f,--format", options.format, "sample format: 16, 24 or float (default 24)")
         ->check(CLI::IsMember({"16", "24", "float"}));
     app.add_option("-t,--tail", options.tail,
                    "longest release tail after the last event, in seconds (default 30); the tail "
                    "ends earlier once the output has been silent for a second")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--max-length", options.maxLength,
+                   "longest MIDI file to render, in seconds of audio (default 7200, 2 hours)")
         ->check(CLI::NonNegativeNumber);
     app.add_option("--seed", options.seed,
                    "seed of the engine's random generator: same input and seed, same bytes");

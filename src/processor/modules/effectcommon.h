@@ -5,6 +5,7 @@
 #include "processor/paramrecord.h"
 #include "processor/processcontext.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -44,6 +45,11 @@ template <size_t N> struct EffectCore {
         const int32_t status = CheckEffectCall(ready, in, out, ctx);
         if (status != kProcessOk) return status;
         const bool changed = params.Refresh();
+        // Every effect parameter is a 0..1 control; several formulas (feedback,
+        // depth, brightness, diffusion) diverge outside it. A value held out of
+        // range reads as a change every block, which only costs a recompute.
+        if (changed)
+            for (float& value : params.values) value = std::clamp(value, 0.0f, 1.0f);
         recompute = changed || ctx.sampleRate != derivedRate;
         derivedRate = ctx.sampleRate;
         return kProcessOk;

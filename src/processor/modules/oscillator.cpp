@@ -105,7 +105,7 @@ void FillHumTable(OscillatorState& s) {
         const float x = std::sin(s.humPhase) * 72.2f + 35.8f;
         hum = Clamp(dsp::SoftSaturate(x), -1.0f, 1.0f) * 0.009135802f * 0.01f;
         s.humPhase += s.invRate * 703.7168f;
-        while (s.humPhase > kTwoPi) s.humPhase -= kTwoPi;
+        if (s.humPhase > kTwoPi) s.humPhase -= kTwoPi; // one turn at most per sample
     }
 }
 

@@ -188,6 +188,9 @@ void ParamInfoLoader::ReadParam(Node* element, const VariableSet& variables,
 
     const auto* dataSize = element->first_attribute("datasize");
     info.dataSize = dataSize != nullptr ? XmlTools::LeadingInteger(ValueOf(dataSize)) : 4;
+    if (info.dataSize < 0 || info.dataSize > kMaxParamDataSize)
+        VANTOR_THROW("datasize " + std::to_string(info.dataSize) + " out of range (param " + name +
+                     ")");
 
     const auto* module = element->first_attribute("module");
     const auto* moduleParam = element->first_attribute("module_param");

@@ -11,6 +11,10 @@ namespace Norvell::Processor {
 
 using ParamInfo = VantorParamInfo;
 
+// Largest value a parameter may hold, in bytes; the loader refuses larger
+// and negative data sizes.
+inline constexpr int64_t kMaxParamDataSize = 1024;
+
 // Module instance name and module parameter name a parameter is bound to.
 struct ParamSource {
     std::string instance;

@@ -104,9 +104,9 @@ std::vector<uint8_t> Engine::GetState() const {
     return blob;
 }
 
-void Engine::SetState(const std::vector<uint8_t>& blob) {
-    VANTOR_SLOT(processor_, VANTOR_SLOT_SET_STATE, VantorSetStateFn)
-    (processor_, blob.data(), blob.size());
+bool Engine::SetState(const std::vector<uint8_t>& blob) {
+    return VANTOR_SLOT(processor_, VANTOR_SLOT_SET_STATE, VantorSetStateFn)(processor_, blob.data(),
+                                                                            blob.size());
 }
 
 void Engine::WatchVoices(std::vector<uint32_t> ids) {

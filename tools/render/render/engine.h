@@ -34,7 +34,7 @@ public:
     ParamDirectory ReadParams() const;
     bool GetParam(uint32_t id, float& value) const;
     std::vector<uint8_t> GetState() const;
-    void SetState(const std::vector<uint8_t>& blob);
+    bool SetState(const std::vector<uint8_t>& blob); // false when refused
 
     // Ids whose value 1.0 in the change list marks a sounding voice (voiceN_ison).
     void WatchVoices(std::vector<uint32_t> ids);
