@@ -242,18 +242,20 @@ TEST(BlockRender, FrameCountAndRateGuards) {
     ctx.frameCount = 0;
     ctx.sampleRate = std::nanf("");
     ctx.tempo = 120.0f;
-    EXPECT_TRUE(p.Render(&ctx));
+    EXPECT_FALSE(p.Render(&ctx)); // a refused rate answers false
     EXPECT_EQ(left[0], 7.0f);
     EXPECT_FLOAT_EQ(p.Context().sampleRate, 44100.0f);
     ctx.sampleRate = -1.0f;
     ctx.frameCount = 4096;
-    EXPECT_TRUE(p.Render(&ctx));
+    EXPECT_FALSE(p.Render(&ctx));
     EXPECT_EQ(p.Context().frameCount, 32);
     EXPECT_FLOAT_EQ(p.Context().sampleRate, 44100.0f);
     EXPECT_EQ(left[32], 7.0f);
     outputs[1] = nullptr; // a missing channel is skipped
     ctx.frameCount = 32;
+    ctx.sampleRate = 48000.0f;
     EXPECT_TRUE(p.Render(&ctx));
+    EXPECT_FLOAT_EQ(p.Context().sampleRate, 48000.0f);
 }
 
 TEST(BlockRender, WithEveryVoiceDisabledTheOutputIsTheDcFreeNoiseFloor) {
@@ -329,9 +331,9 @@ TEST(Voices, DisablingAVoiceWithZeroOrNegativeValue) {
     EXPECT_FALSE(Norvell::Vantor::HasVoice(voices.activeVoices, 1));
     EXPECT_EQ(voices.voiceNoteMemory[1], Norvell::Vantor::kNoKey);
     EXPECT_EQ(voices.voiceMessage[1], 0u);
-    h.Set("voice3_isenable", std::nanf("")); // NaN counts as 0
+    EXPECT_FALSE(h.Processor().SetParam(h.Id("voice3_isenable"), std::nanf(""))); // refused
     h.RenderBlocks(1);
-    EXPECT_FALSE(Norvell::Vantor::HasVoice(voices.enabledVoices, 2));
+    EXPECT_TRUE(Norvell::Vantor::HasVoice(voices.enabledVoices, 2));
 }
 
 TEST(ProcessorConstruction, ProcessorsOnTwoThreadsShareTheLoggerSafely) {
