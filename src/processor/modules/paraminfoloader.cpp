@@ -120,6 +120,10 @@ size_t ParamInfoLoader::CountParams(Node* element) {
         const long long repeats = XmlTools::LeadingInteger(RequiredValue(block, "nbblock"));
         // Always counted, so a missing nbblock anywhere is found before the walk.
         const size_t inner = CountParams(block);
+        // Bounded before any arithmetic: the walk repeats every block this often.
+        if (repeats > static_cast<long long>(kMaxParamCount) ||
+            (repeats >= 1 && inner > (kMaxParamCount - total) / static_cast<size_t>(repeats)))
+            VANTOR_THROW("more than " + std::to_string(kMaxParamCount) + " parameters");
         if (repeats >= 1) total += static_cast<size_t>(repeats) * inner;
     }
     for (Node* param = element->first_node("param"); param != nullptr;

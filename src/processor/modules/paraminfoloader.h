@@ -14,6 +14,8 @@ using ParamInfo = VantorParamInfo;
 // Largest value a parameter may hold, in bytes; the loader refuses larger
 // and negative data sizes.
 inline constexpr int64_t kMaxParamDataSize = 1024;
+// Most parameters a description may expand to, and so most repetitions of a block.
+inline constexpr size_t kMaxParamCount = 1 << 20;
 
 // Module instance name and module parameter name a parameter is bound to.
 struct ParamSource {

@@ -74,6 +74,14 @@ TEST_F(LoaderTest, MissingFileAndEveryFailureLogOneLineAndKeepWhatWasRead) {
         {One("text"), "Node not enabled ", 1, 1},
         {Doc("<params><param\nname='a'/></params>"), "Node not enabled paramname='a'", 1, 0},
         {Doc("<params><param\r\nname='a'/></params>"), "Node not enabled paramname='a'", 1, 0},
+        // Sizes that would overflow the value store, and walks too long to finish.
+        {One("<param name='p' datasize='9223372036854775807'/>"),
+         "datasize 9223372036854775807 out of range (param p)", 1, 1},
+        {One("<param name='p' datasize='-4'/>"), "datasize -4 out of range (param p)", 1, 1},
+        {One("<block name='b' nbblock='4294967296'/>"), "more than 1048576 parameters", 1, 0},
+        {One("<block name='b' nbblock='1024'><block name='c' nbblock='1025'><param name='x'/>"
+             "</block></block>"),
+         "more than 1048576 parameters", 1, 0},
     };
     const std::regex location(R"(\(.+::Line -?\d+\))");
     EXPECT_FALSE(loader.LoadEngineDescription(path + ".absent"));
