@@ -171,6 +171,8 @@ int Run(const Options& options) {
         const auto folders = PresetFolders(ExecutableDir());
         const auto names = ListPresets(folders);
         if (names.empty()) throw Failure("no presets found; looked in:" + FolderList(folders));
+        if (!options.quiet) // the folders on standard error, so that the list alone is piped
+            std::fprintf(stderr, "presets from:%s\n", FolderList(folders).c_str());
         for (const auto& name : names) std::fprintf(out, "%s\n", name.c_str());
         std::fflush(out);
         return 0;
