@@ -11,8 +11,7 @@ namespace {
 
 TEST(DescriptionLint, EveryParameterIsBoundOnceAndValidlyAndBlocksStartInPlace) {
     Norvell::Processor::ParamInfoLoader loader;
-    ASSERT_TRUE(
-        loader.LoadEngineDescription(VantorTest::SourcePath("data/resources/vantorengine.xml")));
+    ASSERT_TRUE(loader.LoadEngineDescription(VantorTest::EngineFile("vantorengine.xml")));
     const auto& infos = loader.ParamInfos();
     ASSERT_EQ(infos.size(), 4806u);
     std::set<std::string> names, bindings;
