@@ -3,7 +3,9 @@
 set -euo pipefail
 
 packages=(g++ cmake make pkg-config libgtest-dev libgmock-dev libbenchmark-dev librapidxml-dev
-          libsndfile1-dev libcli11-dev nlohmann-json3-dev valgrind clang libclang-rt-14-dev locales)
+          libsndfile1-dev libcli11-dev nlohmann-json3-dev valgrind
+          dpkg-dev file # dpkg-dev and file: the Debian package's dependencies (cpack)
+          clang libclang-rt-14-dev locales) # the fuzzers and the torture suite's locale row
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

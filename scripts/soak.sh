@@ -11,4 +11,4 @@ flags=()
 command -v ccache >/dev/null && flags+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
 cmake -S "$root" -B "$build" "${flags[@]}" >/dev/null
 cmake --build "$build" -j"$(nproc)" --target vantorengine vantor_torture >/dev/null
-exec "$build/tests/vantor_torture" "$build/lib/vantorengine.so" --soak "$((minutes * 60))"
+exec "$build/tests/vantor_torture" "$build/lib/vantor/vantorengine.so" --soak "$((minutes * 60))"

@@ -12,4 +12,4 @@ command -v ccache >/dev/null && flags+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DC
 cmake -S "$root" -B "$build" "${flags[@]}" >/dev/null
 cmake --build "$build" -j"$(nproc)" --target vantorengine vantor_torture >/dev/null
 TSAN_OPTIONS="halt_on_error=1 exitcode=66 second_deadlock_stack=1" \
-  "$build/tests/vantor_torture" "$build/lib/vantorengine.so" 10
+  "$build/tests/vantor_torture" "$build/lib/vantor/vantorengine.so" 10
