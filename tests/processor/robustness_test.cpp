@@ -119,7 +119,7 @@ TEST(Robustness, EveryParameterStaysFiniteForAnyFiniteValue) {
             const uint64_t healed = p.HealedBlocks();
             p.SetParam(id, value);
             h.NoteOn(40 + static_cast<int>(id % 40));
-            const float peak = Peak(h.RenderBlocks(24));
+            const float peak = Peak(h.RenderBlocks(12));
             EXPECT_LT(peak, 100.0f) << name << " = " << value;
             EXPECT_EQ(p.HealedBlocks(), healed) << name << " = " << value;
             p.SetParam(id, old);
