@@ -12,9 +12,13 @@ target_link_libraries(vantor_torture PRIVATE ${CMAKE_DL_LIBS} m Threads::Threads
 set_target_properties(vantor_torture PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${VANTOR_TEST_DIR})
 add_dependencies(vantor_torture vantorengine rtcount)
 
-add_test(NAME torture COMMAND vantor_torture $<TARGET_FILE:vantorengine>)
-# The counting library replaces malloc, which the sanitizers own: row 5 skips there.
-if(NOT VANTOR_SANITIZE)
+# The counting library replaces malloc, which the sanitizers own, so the
+# sanitizer build leaves out row 5, and row 6 too (minutes of audio whose
+# figure is a timing, which the sanitizers distort).
+if(VANTOR_SANITIZE)
+  add_test(NAME torture COMMAND vantor_torture $<TARGET_FILE:vantorengine> 1 2 3 4 7 8 9 10)
+else()
+  add_test(NAME torture COMMAND vantor_torture $<TARGET_FILE:vantorengine>)
   set_tests_properties(torture PROPERTIES ENVIRONMENT "LD_PRELOAD=$<TARGET_FILE:rtcount>")
 endif()
 set_tests_properties(torture PROPERTIES TIMEOUT 900)
