@@ -65,29 +65,41 @@ TEST(Mix, PanVolumeDcRemovalAndMasterVolume) {
 }
 
 // Envelope 1 alone on VCA 1's level: when it finishes the voice ends only if VCA 1's own
-// gain is 0. Envelope 2 feeds nothing and is not run: its buffer stays as it was.
+// gain is 0. Envelope 2, ramp 1 and tracker 1 feed nothing and are not run: their buffers
+// stay as they were.
 TEST(Mix, FinishedEnvelopeEndsTheVoiceOnlyWithAClosedVca) {
     for (float gain : {0.0f, 0.3f}) {
         EngineHarness h;
         TwoSawVoices(h);
         const std::pair<const char*, float> patch[] = {
-            {"vca1_gain", gain},      {"matrix1_src", 11.5f / 28}, {"matrix1_dest", 9.5f / 48},
-            {"matrix1_amount", 1.0f}, {"env1_sustain", 0.5f},      {"env1_amp", 1.0f},
-            {"env2_sustain", 1.0f},   {"env2_amp", 1.0f}};
+            {"vca1_gain", gain},         {"matrix1_src", 11.5f / 28},
+            {"matrix1_dest", 9.5f / 48}, {"matrix1_amount", 1.0f},
+            {"env1_sustain", 0.5f},      {"env1_amp", 1.0f},
+            {"env2_sustain", 1.0f},      {"track1_input_selector", 6.5f / 28},
+            {"env2_amp", 1.0f}};
         for (const auto& [name, value] : patch) h.Set(std::string("voice1_") + name, value);
-        auto& env2 = h.Processor().Signals().voices[0].env[1];
-        std::fill(env2, env2 + 32, 7.0f);
+        auto& buffers = h.Processor().Signals().voices[0];
+        float* const unused[] = {buffers.env[1], buffers.ramp[0], buffers.track[0]};
+        const auto untouched = [](const float* b) {
+            return std::all_of(b, b + 32, [](float v) { return v == 7.0f; });
+        };
+        for (float* b : unused) std::fill(b, b + 32, 7.0f);
         h.NoteOn(60);
         h.RenderBlocks(20);
         h.NoteOff(60);
         h.RenderBlocks(40); // the 6 ms release is long over
         EXPECT_EQ(Norvell::Vantor::HasVoice(h.Processor().Voices().activeVoices, 0), gain > 0.0f)
             << gain;
-        EXPECT_TRUE(std::all_of(env2, env2 + 32, [](float v) { return v == 7.0f; }));
-        h.Set("voice1_matrix2_src", 12.5f / 28); // now envelope 2 feeds the FM amount
-        h.Set("voice1_matrix2_dest", 11.5f / 48);
+        for (float* b : unused) EXPECT_TRUE(untouched(b));
+        // Envelope 2, ramp 1 and tracker 1 (on the key) now feed the FM amount: they run.
+        const int sources[] = {12, 24, 21};
+        for (int r = 0; r < 3; ++r) {
+            const std::string m = "voice1_matrix" + std::to_string(r + 2) + "_";
+            h.Set(m + "src", (sources[r] + 0.5f) / 28), h.Set(m + "dest", 11.5f / 48);
+        }
         h.NoteOn(62);
         h.RenderBlocks(20);
-        EXPECT_EQ(env2[31], 1.0f);
+        EXPECT_EQ(buffers.env[1][31], 1.0f);
+        for (float* b : unused) EXPECT_FALSE(untouched(b));
     }
 }
