@@ -23,14 +23,6 @@ TEST(DubDelay, ToneStateSnapsToZeroWithTheEnvelope) {
     EXPECT_EQ(d.s->ch[0].env, 0.0f);
 }
 
-TEST(DubDelay, ModulationStepsOncePerCall) { // (9.5 rate + 0.5) x 628.31854 / sample rate
-    for (float rate : {0.0f, 1.0f}) {
-        Fx<DubDelayState> d({0.5f, 0.5f, 0, 0, rate});
-        d.Run(Constant(32 * 3));
-        EXPECT_FLOAT_EQ(d.s->lfoPhase, 3 * (9.5f * rate + 0.5f) * 628.31854f / 44100) << rate;
-    }
-}
-
 namespace {
 
 // Both channels written from the algorithm; one call per 32-sample block.
