@@ -11,6 +11,19 @@
  * UpdateVoiceSetup clears the trigger bits of the voices, so calling it after
  * the notes of a block would erase them.
  *
+ * Threads. The engine starts no thread and takes no lock of its own, so the
+ * operations of one processor must never run concurrently; different
+ * processors may run on different threads. Each slot below carries its class:
+ *   [rt]   real-time safe: no allocation, lock, wait, log or file access;
+ *          callable from the audio thread once per block.
+ *   [ctl]  control thread only: may allocate, read files, log (the logger has
+ *          its own lock) or take time proportional to the engine's size.
+ * SetParam is [rt] for ordinary parameters. Three kinds of parameters are
+ * heavy and belong on the control thread, or in a block the host can afford
+ * to stretch: presetmode (re-binds every sound parameter and may log) and
+ * allnotesoff, panic and presetloading (they clear the effect delay memories,
+ * tens of megabytes).
+ *
  * This header is plain C so that hosts in C and C++ share it.
  */
 #ifndef VANTOR_HOST_H
@@ -100,41 +113,43 @@ typedef struct VantorProcessor {
 
 /* Factory slots. */
 enum VantorFactorySlot {
-    VANTOR_FACTORY_GET_VERSION = 0,      /* (self) -> uint32_t */
-    VANTOR_FACTORY_CREATE_PROCESSOR = 1, /* (self) -> VantorProcessor* */
-    VANTOR_FACTORY_RELEASE = 2           /* (self, uint32_t flags) -> void* */
+    VANTOR_FACTORY_GET_VERSION = 0,      /* [rt]  (self) -> uint32_t */
+    VANTOR_FACTORY_CREATE_PROCESSOR = 1, /* [ctl] (self) -> VantorProcessor* */
+    VANTOR_FACTORY_RELEASE = 2           /* [ctl] (self, uint32_t flags) -> void* */
 };
 
 /* Processor slots. */
 enum VantorProcessorSlot {
-    VANTOR_SLOT_GET_PROCESSOR_INFO = 0, /* (self) -> VantorProcessorInfo* */
-    VANTOR_SLOT_OPTIONAL_QUERY_A = 1,   /* (self) -> bool */
-    VANTOR_SLOT_SET_SAMPLE_RATE = 2,    /* (self, const float*) -> bool */
-    VANTOR_SLOT_INITIALIZE = 3,         /* (self, uint64_t) -> bool */
-    VANTOR_SLOT_TERMINATE = 4,          /* (self) -> bool */
-    VANTOR_SLOT_SET_STATE = 5,          /* (self, const void*, uint64_t) -> bool */
-    VANTOR_SLOT_GET_STATE = 6,          /* (self, void*, uint64_t*) -> bool */
-    VANTOR_SLOT_GET_PARAM = 7,          /* (self, uint32_t, float*) -> bool */
-    VANTOR_SLOT_SET_PARAM = 8,          /* (self, uint32_t, float) -> bool */
-    VANTOR_SLOT_OPTIONAL_QUERY_B = 9,   /* (self) -> bool */
-    VANTOR_SLOT_OPTIONAL_QUERY_C = 10,  /* (self) -> bool */
-    VANTOR_SLOT_GET_PARAM_INFO = 11,    /* (self, uint32_t, VantorParamInfo*) -> bool */
-    VANTOR_SLOT_FIND_PARAM_INFO = 12,   /* (self, uint32_t, uint32_t*, VantorParamInfo*) -> bool */
-    VANTOR_SLOT_RELEASE = 13,           /* (self, uint32_t flags) -> void* */
-    VANTOR_SLOT_GET_INTERFACE_VERSION = 14, /* (self) -> uint32_t */
-    VANTOR_SLOT_GET_PARAM_COUNT = 15,       /* (self) -> uint64_t */
-    VANTOR_SLOT_OPTIONAL_QUERY_D = 16,      /* (self) -> bool */
-    VANTOR_SLOT_PROCESS_MIDI_MESSAGE = 17,  /* (self, const VantorMidiEvent*) -> bool */
-    VANTOR_SLOT_ON_INITIALIZE = 18,         /* (self) -> bool */
-    VANTOR_SLOT_ON_TERMINATE = 19,          /* (self) -> bool */
-    VANTOR_SLOT_OPTIONAL_QUERY_E = 20,      /* (self) -> bool */
-    VANTOR_SLOT_OPTIONAL_HOOK_F = 21,       /* (self) -> bool */
-    VANTOR_SLOT_UPDATE_VOICE_SETUP = 22,    /* (self) -> bool */
-    VANTOR_SLOT_GET_CHANGED_VALUES = 23,  /* (self, const VantorValueChange**, int32_t*) -> void */
-    VANTOR_SLOT_GET_OPTIONAL_DATA_A = 24, /* (self, uint64_t*, uint32_t*) -> bool */
-    VANTOR_SLOT_GET_OPTIONAL_DATA_B = 25, /* (self, uint64_t*, uint32_t*) -> bool */
-    VANTOR_SLOT_GET_BLOCK_SIZE = 26,      /* (self) -> uint32_t */
-    VANTOR_SLOT_RENDER = 27,              /* (self, const VantorRenderContext*) -> bool */
+    VANTOR_SLOT_GET_PROCESSOR_INFO = 0, /* [rt]  (self) -> VantorProcessorInfo* */
+    VANTOR_SLOT_OPTIONAL_QUERY_A = 1,   /* [rt]  (self) -> bool */
+    VANTOR_SLOT_SET_SAMPLE_RATE = 2,    /* [ctl] (self, const float*) -> bool */
+    VANTOR_SLOT_INITIALIZE = 3,         /* [ctl] (self, uint64_t) -> bool */
+    VANTOR_SLOT_TERMINATE = 4,          /* [ctl] (self) -> bool */
+    VANTOR_SLOT_SET_STATE = 5,          /* [ctl] (self, const void*, uint64_t) -> bool */
+    VANTOR_SLOT_GET_STATE = 6,          /* [ctl] (self, void*, uint64_t*) -> bool */
+    VANTOR_SLOT_GET_PARAM = 7,          /* [rt]  (self, uint32_t, float*) -> bool */
+    VANTOR_SLOT_SET_PARAM = 8,          /* [rt]  (self, uint32_t, float) -> bool */
+    VANTOR_SLOT_OPTIONAL_QUERY_B = 9,   /* [rt]  (self) -> bool */
+    VANTOR_SLOT_OPTIONAL_QUERY_C = 10,  /* [rt]  (self) -> bool */
+    VANTOR_SLOT_GET_PARAM_INFO = 11,    /* [ctl] (self, uint32_t, VantorParamInfo*) -> bool */
+    VANTOR_SLOT_FIND_PARAM_INFO =
+        12,                   /* [ctl] (self, uint32_t, uint32_t*, VantorParamInfo*) -> bool */
+    VANTOR_SLOT_RELEASE = 13, /* [ctl] (self, uint32_t flags) -> void* */
+    VANTOR_SLOT_GET_INTERFACE_VERSION = 14, /* [rt]  (self) -> uint32_t */
+    VANTOR_SLOT_GET_PARAM_COUNT = 15,       /* [rt]  (self) -> uint64_t */
+    VANTOR_SLOT_OPTIONAL_QUERY_D = 16,      /* [rt]  (self) -> bool */
+    VANTOR_SLOT_PROCESS_MIDI_MESSAGE = 17,  /* [rt]  (self, const VantorMidiEvent*) -> bool */
+    VANTOR_SLOT_ON_INITIALIZE = 18,         /* [ctl] (self) -> bool */
+    VANTOR_SLOT_ON_TERMINATE = 19,          /* [ctl] (self) -> bool */
+    VANTOR_SLOT_OPTIONAL_QUERY_E = 20,      /* [rt]  (self) -> bool */
+    VANTOR_SLOT_OPTIONAL_HOOK_F = 21,       /* [rt]  (self) -> bool */
+    VANTOR_SLOT_UPDATE_VOICE_SETUP = 22,    /* [rt]  (self) -> bool */
+    VANTOR_SLOT_GET_CHANGED_VALUES =
+        23, /* [rt]  (self, const VantorValueChange**, int32_t*) -> void */
+    VANTOR_SLOT_GET_OPTIONAL_DATA_A = 24, /* [rt]  (self, uint64_t*, uint32_t*) -> bool */
+    VANTOR_SLOT_GET_OPTIONAL_DATA_B = 25, /* [rt]  (self, uint64_t*, uint32_t*) -> bool */
+    VANTOR_SLOT_GET_BLOCK_SIZE = 26,      /* [rt]  (self) -> uint32_t */
+    VANTOR_SLOT_RENDER = 27,              /* [rt]  (self, const VantorRenderContext*) -> bool */
     VANTOR_SLOT_COUNT = 28
 };
 
