@@ -34,6 +34,17 @@ endif()
 add_test(NAME lv2.bundle.exports_only_descriptor
   COMMAND sh -c "test \"$(nm -D --defined-only '$<TARGET_FILE:vantor_lv2>' | awk '{print $3}')\" = lv2_descriptor")
 
+# jalv under a JACK dummy server, with notes from jack_midiseq and jack_capture recording.
+find_program(JALV jalv)
+find_program(JACKD jackd)
+find_program(JACK_MIDISEQ jack_midiseq)
+find_program(JACK_CAPTURE jack_capture)
+if(JALV AND JACKD AND JACK_MIDISEQ AND JACK_CAPTURE)
+  add_test(NAME lv2.jalv.plays COMMAND ${CMAKE_CURRENT_LIST_DIR}/jalv_jack.sh
+    ${CMAKE_BINARY_DIR}/lv2 ${LV2_OUT}/jalv $<TARGET_FILE:tools_render_wavcheck>)
+  set_tests_properties(lv2.jalv.plays PROPERTIES TIMEOUT 120 RUN_SERIAL TRUE)
+endif()
+
 if(NOT LILV_FOUND)
   return()
 endif()

@@ -1,18 +1,25 @@
 // Checks a rendered stereo WAV file for the end-to-end tests.
 //   wavcheck FILE [--rate HZ] [--frames N] [--min-frames N] [--max-frames N]
-//                 [--format 16|24|float]
+//                 [--format 16|24|float] [--min-peak LEVEL]
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <sndfile.h>
 #include <string>
+#include <vector>
 
 int main(int argc, char** argv) {
     SF_INFO info{};
     SNDFILE* file = argc > 1 ? sf_open(argv[1], SFM_READ, &info) : nullptr;
     if (!file) return std::fprintf(stderr, "wavcheck: %s\n", sf_strerror(nullptr)), 2;
+    std::vector<float> samples(size_t(info.frames) * size_t(info.channels));
+    sf_readf_float(file, samples.data(), info.frames);
     sf_close(file);
-    std::printf("%lld frames, %d Hz, %d channels, format 0x%X\n", (long long)info.frames,
-                info.samplerate, info.channels, info.format);
+    float peak = 0.0f;
+    for (float s : samples) peak = std::max(peak, std::fabs(s));
+    std::printf("%lld frames, %d Hz, %d channels, format 0x%X, peak %g\n", (long long)info.frames,
+                info.samplerate, info.channels, info.format, peak);
     int failures = 0;
     if (info.channels != 2 || (info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_WAV)
         ++failures, std::fprintf(stderr, "wavcheck: not a stereo WAV file\n");
@@ -22,7 +29,8 @@ int main(int argc, char** argv) {
         const int subtype = value == "16"   ? SF_FORMAT_PCM_16
                             : value == "24" ? SF_FORMAT_PCM_24
                                             : SF_FORMAT_FLOAT;
-        const bool ok = option == "--rate"         ? info.samplerate == n
+        const bool ok = option == "--min-peak"     ? peak >= std::atof(value.c_str())
+                        : option == "--rate"       ? info.samplerate == n
                         : option == "--frames"     ? info.frames == n
                         : option == "--min-frames" ? info.frames >= n
                         : option == "--max-frames" ? info.frames <= n
