@@ -5,6 +5,7 @@
  *   state    a saved state restores into a second instance: equal state, same audio
  *   presets  every shipped preset applies and plays
  *   twice    two instances, one freed while the other runs on another thread
+ *   notify   parameter values and voice feedback reach the notify port
  *   cpu      prints the CPU of one idle and one playing instance */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -313,7 +314,61 @@ static LilvState* Save(Host* h) {
                                         NULL, 0, NULL);
 }
 
+typedef struct {
+    LV2_URID key;
+    float value;
+    int found;
+} Lookup;
+
+static LV2_State_Status Store(LV2_State_Handle handle, uint32_t key, const void* value, size_t size,
+                              uint32_t type, uint32_t flags) {
+    (void)flags;
+    Lookup* l = handle;
+    if (key == l->key && size == sizeof(float) && type == Map(NULL, LV2_ATOM__Float)) {
+        memcpy(&l->value, value, sizeof(float));
+        l->found = 1;
+    }
+    return LV2_STATE_SUCCESS;
+}
+
+/* A parameter's value as the plugin saves it, through its own state interface. */
+static float Saved(Host* h, const char* param) {
+    const LV2_State_Interface* state =
+        lilv_instance_get_extension_data(h->instance, LV2_STATE__interface);
+    Lookup l = {Map(NULL, param), 0.0f, 0};
+    state->save(lilv_instance_get_handle(h->instance), Store, &l, 0, features);
+    CHECK(l.found, "%s is not in the state", param);
+    return l.value;
+}
+
+/* A state from an older or newer build: an unknown key is skipped, a missing one
+ * keeps its init value, a known one applies. */
+static void TestForeignState(void) {
+    Host* fresh = Open(48000);
+    const float initVolume = Saved(fresh, PARAM("master_volume"));
+    Close(fresh);
+    const char* text = "@prefix pset: <http://lv2plug.in/ns/ext/presets#> .\n"
+                       "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
+                       "@prefix state: <http://lv2plug.in/ns/ext/state#> .\n"
+                       "@prefix xsd: <http://www.w3.org/2001/XMLSchema#> .\n"
+                       "<urn:test:state> a pset:Preset ; lv2:appliesTo <" PLUGIN_URI "> ;\n"
+                       "  state:state [ <" PARAM(
+                           "no_such_knob") "> \"0.25\"^^xsd:float ;\n"
+                                           "                <" PARAM(
+                                               "voice1_vcf_cutoff") "> \"0.125\"^^xsd:float ] .\n";
+    LilvState* foreign = lilv_state_new_from_string(world, &map, text);
+    CHECK(foreign != NULL, "the foreign state does not parse");
+    if (!foreign) return;
+    Host* h = Open(48000);
+    lilv_state_restore(foreign, h->instance, NULL, NULL, 0, features);
+    CHECK(Saved(h, PARAM("voice1_vcf_cutoff")) == 0.125f, "a known key was not applied");
+    CHECK(Saved(h, PARAM("master_volume")) == initVolume, "a missing key lost its init value");
+    Close(h);
+    lilv_state_free(foreign);
+}
+
 static void TestState(const char* dir) {
+    TestForeignState();
     setenv("VANTOR_SEED", "9", 1);
     const Event changes[] = {{0, {0}, PARAM("voice1_vcf_cutoff"), 0.55f},
                              {0, {0}, PARAM("master_volume"), 0.62f},
@@ -425,6 +480,52 @@ static void TestTwice(void) {
     Close(a);
 }
 
+/* patch:Get brings every parameter on the notify port, and a note brings its
+ * voice's feedback, without overflowing the port. */
+static void TestNotify(void) {
+    Host* h = Open(48000);
+    const LV2_URID set = Map(NULL, LV2_PATCH__Set), property = Map(NULL, LV2_PATCH__property);
+    const LV2_URID value = Map(NULL, LV2_PATCH__value);
+    const LV2_URID ison = Map(NULL, PARAM("voice1_ison"));
+    static char seen[16384];
+    int distinct = 0, voiceOn = 0;
+    for (int round = 0; round < 200; ++round) {
+        LV2_Atom_Forge* f = &h->forge;
+        LV2_Atom_Forge_Frame seq, obj;
+        lv2_atom_forge_set_buffer(f, (uint8_t*)h->control, SEQ_BYTES);
+        lv2_atom_forge_sequence_head(f, &seq, 0);
+        if (round == 0) {
+            lv2_atom_forge_frame_time(f, 0);
+            lv2_atom_forge_object(f, &obj, 0, Map(NULL, LV2_PATCH__Get));
+            lv2_atom_forge_pop(f, &obj);
+            const uint8_t note[3] = {0x90, 60, 100};
+            lv2_atom_forge_frame_time(f, 10);
+            lv2_atom_forge_atom(f, 3, Map(NULL, LV2_MIDI__MidiEvent));
+            lv2_atom_forge_write(f, note, 3);
+        }
+        lv2_atom_forge_pop(f, &seq);
+        const uint32_t capacity = 4096; /* small: the plugin must spread its messages */
+        h->notify->atom.type = 0;
+        h->notify->atom.size = capacity - sizeof(LV2_Atom);
+        lilv_instance_run(h->instance, 64);
+        CHECK(h->notify->atom.size + sizeof(LV2_Atom) <= capacity, "notify overflows");
+        LV2_ATOM_SEQUENCE_FOREACH(h->notify, ev) {
+            const LV2_Atom_Object* o = (const LV2_Atom_Object*)&ev->body;
+            if (ev->body.type != Map(NULL, LV2_ATOM__Object) || o->body.otype != set) continue;
+            const LV2_Atom* key = NULL;
+            const LV2_Atom* v = NULL;
+            lv2_atom_object_get(o, property, &key, value, &v, 0);
+            if (!key || !v) continue;
+            const LV2_URID id = ((const LV2_Atom_URID*)key)->body;
+            if (id < sizeof seen && !seen[id]) seen[id] = 1, ++distinct;
+            if (id == ison && ((const LV2_Atom_Float*)v)->body == 1.0f) voiceOn = 1;
+        }
+    }
+    CHECK(distinct >= 700, "patch:Get brought %d parameters", distinct);
+    CHECK(voiceOn, "no voice-on feedback after a note");
+    Close(h);
+}
+
 static double Seconds(void) {
     struct timespec t;
     clock_gettime(CLOCK_MONOTONIC, &t);
@@ -479,6 +580,8 @@ int main(int argc, char** argv) {
         TestPresets();
     else if (strcmp(test, "twice") == 0)
         TestTwice();
+    else if (strcmp(test, "notify") == 0)
+        TestNotify();
     else if (strcmp(test, "cpu") == 0)
         MeasureCpu();
     else {

@@ -61,7 +61,7 @@ target_compile_options(lv2_rtcount PRIVATE -Wno-pedantic)
 set_target_properties(lv2_rtcount PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${VANTOR_TEST_DIR})
 
 set(HOST $<TARGET_FILE:lv2_lilv_host>)
-foreach(test blocks state presets twice)
+foreach(test blocks state presets twice notify)
   add_test(NAME lv2.host.${test} COMMAND ${HOST} ${test} $<TARGET_FILE:vantor-render> ${LV2_OUT})
   set_tests_properties(lv2.host.${test} PROPERTIES ENVIRONMENT ${LV2_ENV})
 endforeach()
