@@ -367,8 +367,34 @@ static void TestForeignState(void) {
     lilv_state_free(foreign);
 }
 
+/* With preset mode on each voice has its own sound, and the state carries it. */
+static void TestPresetModeState(void) {
+    LilvNode* uri = lilv_new_uri(world, PLUGIN_URI ":preset:fm_layers");
+    lilv_world_load_resource(world, uri);
+    LilvState* preset = lilv_state_new_from_world(world, &map, uri);
+    CHECK(preset != NULL, "no fm_layers preset");
+    if (!preset) return;
+    Host* a = Open(48000);
+    lilv_state_restore(preset, a->instance, NULL, NULL, 0, features);
+    CHECK(Saved(a, PARAM("presetmode")) == 1.0f, "preset mode is not on");
+    const float voice2 = Saved(a, PARAM("voice2_vcf_cutoff"));
+    LilvState* saved = Save(a);
+    Host* b = Open(48000);
+    lilv_state_restore(saved, b->instance, NULL, NULL, 0, features);
+    LilvState* again = Save(b);
+    CHECK(lilv_state_equals(saved, again), "preset-mode state differs after restoring");
+    CHECK(Saved(b, PARAM("voice2_vcf_cutoff")) == voice2, "voice 2's own sound was lost");
+    lilv_state_free(again);
+    lilv_state_free(saved);
+    lilv_state_free(preset);
+    lilv_node_free(uri);
+    Close(a);
+    Close(b);
+}
+
 static void TestState(const char* dir) {
     TestForeignState();
+    TestPresetModeState();
     setenv("VANTOR_SEED", "9", 1);
     const Event changes[] = {{0, {0}, PARAM("voice1_vcf_cutoff"), 0.55f},
                              {0, {0}, PARAM("master_volume"), 0.62f},

@@ -72,6 +72,7 @@ public:
         urids_.resize(count);
         for (uint32_t id = 0; id < count; ++id) {
             roles_[id] = RoleOf(params_.At(id).name);
+            otherVoice_.push_back(OtherVoiceSound(params_.At(id).name));
             urids_[id] = map->map(map->handle, ParamUri(params_.At(id).name).c_str());
             byUrid_.push_back({urids_[id], id});
         }
@@ -164,7 +165,7 @@ public:
 private:
     bool Saved(uint32_t id, bool ownVoices) const {
         if (roles_[id] == Role::Writable || id == presetMode_) return true;
-        return ownVoices && roles_[id] == Role::StateOnly && OtherVoiceSound(params_.At(id).name);
+        return ownVoices && otherVoice_[id];
     }
 
     bool Number(uint32_t type, const void* body, size_t size, float& value) const {
@@ -280,6 +281,7 @@ private:
     ControlIds controls_;
     std::unique_ptr<BlockProcessor> processor_;
     std::vector<Role> roles_;
+    std::vector<bool> otherVoice_; // another voice's sound value, saved in preset mode only
     std::vector<LV2_URID> urids_;
     std::vector<std::pair<LV2_URID, uint32_t>> byUrid_;
     std::vector<float> init_;
