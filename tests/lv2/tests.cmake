@@ -45,6 +45,14 @@ if(JALV AND JACKD AND JACK_MIDISEQ AND JACK_CAPTURE)
   set_tests_properties(lv2.jalv.plays PROPERTIES TIMEOUT 120 RUN_SERIAL TRUE)
 endif()
 
+# A session round trip in headless Ardour.
+find_program(ARDOUR_LUA NAMES ardour7-lua ardour8-lua)
+if(ARDOUR_LUA)
+  add_test(NAME lv2.ardour.session_round_trip COMMAND ${CMAKE_CURRENT_LIST_DIR}/ardour_session.sh
+    ${CMAKE_BINARY_DIR}/lv2 ${LV2_OUT}/ardour ${VANTOR_LV2_BUNDLE}/presets.ttl)
+  set_tests_properties(lv2.ardour.session_round_trip PROPERTIES TIMEOUT 600 RUN_SERIAL TRUE)
+endif()
+
 if(NOT LILV_FOUND)
   return()
 endif()
