@@ -11,7 +11,17 @@ namespace Norvell::Vantor {
 
 namespace {
 constexpr float kInv127 = 0.007874016f;
+
+// value x count truncated towards zero, negative results kept: a zone value
+// of -0.1 names zone -2 (no user zone), a key value of -0.1 names key -12.
+// Not-a-number reads as 0; the range is bounded only to stay an integer.
+int32_t TruncatedIndex(float value, float count) {
+    const float p = value * count;
+    if (!(p == p)) return 0;
+    constexpr float kBound = 1 << 20;
+    return static_cast<int32_t>(std::clamp(p, -kBound, kBound));
 }
+} // namespace
 
 bool VantorProcessor::ProcessMidiMessage(const Processor::MidiEvent* event) {
     if (event == nullptr || !modules || !signals) return false;
@@ -108,13 +118,13 @@ void VantorProcessor::GetChangedValues(const Processor::ValueChange** list, int3
         for (int v = 0; v < kVoiceCount && !inUse; ++v) {
             const ParamRecord<8>& voice = modules->voices[v];
             inUse = read(voice.ids[kVoiceIsEnable]) == 1.0f &&
-                    StepIndex(read(voice.ids[kVoiceZone]), 23.0f, 1 << 20) == z;
+                    TruncatedIndex(read(voice.ids[kVoiceZone]), 23.0f) == z;
         }
         ranges[z] = {z, -1, -1};
         if (inUse) {
             const ZoneRecord& zone = voiceState.zones[z];
-            ranges[z].low = StepIndex(read(zone.range.ids[0]), 127.0f, 1 << 20);
-            ranges[z].high = StepIndex(read(zone.range.ids[1]), 127.0f, 1 << 20);
+            ranges[z].low = TruncatedIndex(read(zone.range.ids[0]), 127.0f);
+            ranges[z].high = TruncatedIndex(read(zone.range.ids[1]), 127.0f);
         }
     }
     std::stable_sort(ranges.begin(), ranges.end(), [](const ZoneRange& a, const ZoneRange& b) {

@@ -185,6 +185,12 @@ void VantorProcessor::RenderVoice(int v) {
         return index < 0 || index >= kSourceCount ? nullptr : src[index];
     };
 
+    // The modules that pick a source refresh their selection first, so that
+    // the inputs wired below and the "in use" tests read this block's choice.
+    RefreshParams(m.lags[v]);
+    for (int k = 0; k < 5; ++k) RefreshParams(m.lfos[5 * v + k]);
+    for (int t = 0; t < 3; ++t) RefreshParams(m.trackers[3 * v + t]);
+
     // 7.1 routing table
     Process(m.matrices[v], src, kSourceCount, dst, kDestinationCount, ctx);
 
@@ -208,7 +214,6 @@ void VantorProcessor::RenderVoice(int v) {
     // 7.4 tracking generators
     for (int t = 0; t < 3; ++t) {
         TrackState& tracker = m.trackers[3 * v + t];
-        RefreshParams(tracker); // the bipolar test reads the current selection
         tracker.bipolar = IsBipolarSource(tracker.inputIndex) ? 1 : 0;
         if (!SourceInUse(v, 21 + t)) continue;
         float* out[1] = {vb.track[t]};

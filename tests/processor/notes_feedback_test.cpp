@@ -74,6 +74,36 @@ TEST(KeyColours, IdenticalRangesTakeTheLowerZoneAndOnlyExactEnableCounts) {
     EXPECT_EQ(Colour(changes, h, 35), 17.0f); // zone 5 not in use
 }
 
+// Zone and key values are scaled and truncated towards zero with their sign:
+// a zone value of -0.1 (-2.3) names no user zone, and a lowest key of -0.1
+// (-12.7) makes zone 1's range 12 keys wider, so that it crosses zone 2's.
+TEST(KeyColours, NegativeRawValuesKeepTheirSign) {
+    struct Case {
+        const char* name;
+        float voiceZone, lowestKey; // raw values of voice 1's zone and zone 1's min_note
+        bool secondZone;            // zone 2 over keys 0 to 25
+        float colourOfKey64;
+    };
+    const Case cases[] = {
+        {"zone -0.1 is no zone", -0.1f, 0.0f, false, 17.0f},
+        {"zone -0.01 truncates to zone 1", -0.01f, 0.0f, false, 0.0f},
+        {"zone 1 from key -12 crosses zone 2", 0.5f / 23.0f, -0.1f, true, 16.0f},
+    };
+    for (const Case& c : cases) {
+        EngineHarness h;
+        UseZone(h, 0, 1, 0, 20);
+        h.Set("zone1_max_note", 1.0f);
+        if (c.secondZone) UseZone(h, 1, 2, 0, 25);
+        if (c.secondZone) h.Set("zone1_max_note", 20.0f / 127.0f);
+        h.Set("voice1_zone", c.voiceZone);
+        h.Set("zone1_min_note", c.lowestKey);
+        auto changes = Changes(h);
+        // The first call reports every key whose colour is not 0.
+        const uint32_t id = h.Id("note65_color");
+        EXPECT_EQ(changes.count(id) ? changes.at(id) : 0.0f, c.colourOfKey64) << c.name;
+    }
+}
+
 TEST(VoiceFeedback, IsOnFollowsGateWhileAKeyIsDown) {
     EngineHarness h;
     h.SetupPolyPatch();

@@ -1,6 +1,7 @@
 // The whole voice chain and the effect slots through the host interface.
 #include "dsp/fastmath.h"
 #include "engine_harness.h"
+#include "processor/signalbank.h"
 
 #include <gtest/gtest.h>
 
@@ -215,4 +216,32 @@ TEST(EffectSlots, ReverbTailDecays) {
     const float late = Peak(tail.left, second);
     EXPECT_GT(early, 0.01f);
     EXPECT_LT(late, early * 0.1f);
+}
+
+// A source chosen in the block before it is first used is wired in that same
+// block: the lag hears the key of a note that arrives with the voice, and a
+// ramp that only an LFO selects runs from the block of the selection.
+TEST(VoiceChain, SourceSelectionsTakeEffectInTheirFirstBlock) {
+    struct Case {
+        const char* name;
+        const char* selector;
+        int source;
+        bool warmUp; // note held for a while before the selection
+    };
+    const Case cases[] = {
+        {"lag hears the key", "voice1_lag_input_selector", 6, false},
+        {"ramp selected by an LFO", "voice1_lfo1_input_selector", 24, true},
+    };
+    for (const Case& c : cases) {
+        EngineHarness h;
+        SawVoice(h);
+        h.Set("voice1_osc1_lag_on", 1.0f);
+        h.NoteOn(60);
+        if (c.warmUp) h.RenderBlocks(4);
+        h.Set(c.selector, (c.source + 0.5f) / 28.0f);
+        h.RenderBlocks(1);
+        const auto& voice = h.Processor().Signals().voices[0];
+        const float* written = c.source == 6 ? voice.lag : voice.ramp[0];
+        EXPECT_GT(written[31], 0.0f) << c.name;
+    }
 }

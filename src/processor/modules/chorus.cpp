@@ -73,9 +73,8 @@ void Reset(ChorusState& state) {
         std::fill(l.store.begin(), l.store.end(), 0.0f);
         l.write = 0;
     }
-    state.mix = state.sweep = state.baseDelay = state.width = 0.0f;
-    state.stereoPhase = 0.0f;
-    for (float& ph : state.voicePhase) ph = 0.0f;
+    // The smoothed settings and the LFO phases carry on, so the next sound
+    // comes in at the current mix and delay.
 }
 
 int32_t Process(ChorusState& state, Inputs in, uint64_t, Outputs out, uint64_t,

@@ -5,6 +5,7 @@
 #include "dsp/random.h"
 #include "processor/modules/voices.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace Norvell::Vantor {
@@ -53,10 +54,13 @@ constexpr float kZeros[kBlockSize] = {};
 using dsp::Clamp;
 
 // Calls tap(q, b) for the taps of a step d samples in the past: b is the
-// step table read with linear interpolation at 64 d + 64 q. d is kept within
-// 0..1 so that rounding or a threshold jump never reads outside the table.
+// step table read with linear interpolation at 64 d + 64 q, for the taps that
+// fall inside the table. d may exceed 1 (a pulse threshold that jumps by more
+// than one phase step); from 32 on nothing is left to correct. A negative or
+// non-numeric d never occurs in the cores; it is read as 0 and as no step.
 template <typename Tap> inline void ForEachTap(float d, Tap&& tap) {
-    const float pos = static_cast<float>(kStepOversampling) * Clamp(d, 0.0f, 1.0f);
+    if (!(d < static_cast<float>(kBlockSize))) return;
+    const float pos = static_cast<float>(kStepOversampling) * std::max(d, 0.0f);
     const int j = static_cast<int>(pos);
     const float t = pos - static_cast<float>(j);
     for (int q = 0; q < kBlockSize; ++q) {
@@ -70,12 +74,15 @@ inline int Slot(int32_t index) {
     return index & (kRingSize - 1);
 }
 
-// A unit-height (times h) step spread into the ring from the write slot on.
-inline void InsertStep(float* ring, int32_t writeIndex, float d, float h, bool rising) {
+} // namespace
+
+void InsertStep(float* ring, int32_t writeIndex, float d, float h, bool rising) {
     ForEachTap(d, [&](int q, float b) {
         ring[Slot(writeIndex + q)] += rising ? h * (b - 1.0f) : h * (1.0f - b);
     });
 }
+
+namespace {
 
 // Coefficients that depend on the sample rate only (the hum table is filled
 // separately because it advances its own phase).

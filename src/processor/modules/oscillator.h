@@ -55,6 +55,9 @@ inline constexpr int kRingSize = 64;
 // The minimum-phase band-limited unit step shared by all oscillators
 // (kStepTableLength entries, kStepOversampling per output sample).
 const float* StepTable();
+// Adds the correction of a step of height h that happened d samples before
+// the write slot to the 64-slot ring (rising or falling).
+void InsertStep(float* ring, int32_t writeIndex, float d, float h, bool rising);
 // Detune law: 0..1 -> 0..1, piecewise linear, flat around the centre.
 float DetuneLaw(float x);
 // Pulse-width law: 0..1 -> pulse threshold 0.0779..0.9835.

@@ -95,7 +95,7 @@ void Reset(PlateReverbState& state) {
         r.pos = 0;
     }
     state.bandState = state.dampL = state.dampR = 0.0f;
-    state.wetLevel = 0.0f;
+    // wetLevel carries on: the next sound comes in at the current level.
     state.mix.Jump(state.params[kReverbDryWet]);
 }
 

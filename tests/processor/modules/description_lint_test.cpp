@@ -56,4 +56,28 @@ TEST(DescriptionLint, EveryParameterIsBoundOnceAndValidlyAndBlocksStartInPlace) 
         EXPECT_EQ(rows.at(std::stoul(row)), row);
 }
 
+// The phaser reads type, sync and mode as switches and stereo as an amount
+// (the second LFO's offset of up to half a cycle), so only the switches may
+// declare two steps to the host.
+TEST(DescriptionLint, PhaserStepCountsMatchHowTheValuesAreRead) {
+    Norvell::Processor::ParamInfoLoader loader;
+    ASSERT_TRUE(
+        loader.LoadEngineDescription(VantorTest::SourcePath("data/resources/vantorengine.xml")));
+    const std::pair<const char*, int> expected[] = {
+        {"type1", 2},  {"type2", 2}, {"midi_sync", 2}, {"dual_mode", 2},
+        {"stereo", 0}, {"rate1", 0}, {"depth1", 0},    {"dry_wet", 0}};
+    int found = 0;
+    for (const auto& info : loader.ParamInfos()) {
+        const std::string name(info.name, strnlen(info.name, sizeof info.name));
+        for (const auto& [param, steps] : expected) {
+            for (const char* slot : {"fx1_phaser_", "fx2_phaser_"}) {
+                if (name != std::string(slot) + param) continue;
+                EXPECT_EQ(info.nbValues, steps) << name;
+                ++found;
+            }
+        }
+    }
+    EXPECT_EQ(found, 16);
+}
+
 } // namespace

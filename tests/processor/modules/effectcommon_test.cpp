@@ -93,3 +93,20 @@ TYPED_TEST(EffectContract, ResetThenImpulseDiesAwayCleanly) {
     EXPECT_LT(Peak(tail), 1e-6f * first);
     EXPECT_EQ(Subnormals(Per::Lines(*f.s)), 0u);
 }
+
+// All notes off clears what initialisation clears (the delay memories and
+// filter states) and nothing else: after silence, when those hold nothing, a
+// reset changes nothing, so the next sound comes in at the running wet level.
+template <typename State> void ResetAfterSilenceChangesNothing() {
+    const std::vector<float> v = Per::Of(static_cast<State*>(nullptr));
+    Fx<State> kept(v), reset(v);
+    kept.Run(Constant(32 * 100));
+    reset.Run(Constant(32 * 100));
+    Reset(*reset.s);
+    const Signal x = Noise(32 * 50);
+    EXPECT_EQ(reset.Run(x), kept.Run(x));
+}
+TEST(EffectReset, KeepsTheRunningLevelsAndPhases) {
+    ResetAfterSilenceChangesNothing<ChorusState>();
+    ResetAfterSilenceChangesNothing<PlateReverbState>();
+}

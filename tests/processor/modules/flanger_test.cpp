@@ -20,3 +20,41 @@ TEST(Flanger, LongestDelayWithoutSweepAndTheFeedbackLaw) {
         }
     EXPECT_NE(Response(0.011f, 1.0f, 0.5f, 5000)[500], -1.0f);
 }
+
+// The flanger written out from its description: a parabolic sweep at
+// 10^(3 rate - 2) Hz over depth^2 x 2000 samples, feedback 1.9 fb - 0.95.
+TEST(Flanger, MatchesTheModelSampleBySample) {
+    struct Case {
+        float rate, depth, feedback, delay, dryWet, sr;
+    };
+    for (const Case c : {Case{0.6f, 0.7f, 0.8f, 0.9f, 0.5f, 44100.0f},
+                         Case{1.0f, 0.3f, 0.2f, 0.5f, 1.0f, 48000.0f},
+                         Case{0.2f, 1.0f, 0.5f, 1.0f, 0.7f, 96000.0f}}) {
+        Fx<FlangerState> fx({c.rate, c.depth, c.feedback, c.delay}, c.dryWet);
+        const Signal x = Noise(32 * 2000);
+        const Signal y = fx.Run(x, Context(c.sr));
+        const float increment = 2.0f * std::pow(10.0f, 3.0f * c.rate - 2.0f) / c.sr;
+        const float total = c.depth * c.depth * 2000.0f, sweep = total * c.delay;
+        const float fb = 1.9f * c.feedback - 0.95f;
+        std::vector<float> buf[2] = {std::vector<float>(2048), std::vector<float>(2048)};
+        float p = 0.0f, last[2] = {};
+        int w = 0;
+        float worst = 0.0f;
+        for (size_t n = 0; n < x.left.size(); ++n) {
+            p += increment;
+            if (p > 1.0f) p -= 2.0f;
+            w = (w + 2047) % 2048;
+            const float d = (1.0f - p * p) * sweep + (total - sweep);
+            const int r = (static_cast<int>(d) + w) % 2048;
+            const float t = d - std::trunc(d);
+            const float in[2] = {x.left[n], x.right[n]}, out[2] = {y.left[n], y.right[n]};
+            for (int ch = 0; ch < 2; ++ch) {
+                buf[ch][w] = fb * last[ch] + in[ch];
+                last[ch] = buf[ch][r] + (buf[ch][(r + 1) % 2048] - buf[ch][r]) * t;
+                worst = std::max(
+                    worst, std::fabs(in[ch] * (1 - c.dryWet) - c.dryWet * last[ch] - out[ch]));
+            }
+        }
+        EXPECT_LT(worst, 1e-4f) << "rate " << c.rate;
+    }
+}

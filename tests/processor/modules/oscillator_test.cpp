@@ -230,3 +230,25 @@ TEST(Oscillator, InactiveVoiceIsSilentAndKeepsItsPhaseRunning) {
 }
 
 } // namespace
+
+// A step d samples back: j = floor(64 d), t = 64 d - j, tap q while
+// j + 64 q < 2047 adds h (b - 1) rising or h (1 - b) falling, b read with
+// linear interpolation. d above 1 reads further in; from 32 on there are no taps.
+TEST(Oscillator, StepInsertionFollowsTheTableForAnyDistance) {
+    const float* table = StepTable();
+    for (float d : {0.0f, 0.3f, 1.0f, 1.7f, 5.25f, 31.99f, 32.0f, 40.0f}) {
+        for (bool rising : {true, false}) {
+            float ring[kRingSize] = {};
+            InsertStep(ring, 60, d, 0.75f, rising);
+            float expected[kRingSize] = {};
+            const int j = static_cast<int>(std::floor(64.0f * d));
+            const float t = 64.0f * d - static_cast<float>(j);
+            for (int q = 0; q < 32 && j + 64 * q < 2047; ++q) {
+                const float b = (1.0f - t) * table[j + 64 * q] + t * table[j + 64 * q + 1];
+                expected[(60 + q) % kRingSize] = rising ? 0.75f * (b - 1.0f) : 0.75f * (1.0f - b);
+            }
+            for (int r = 0; r < kRingSize; ++r)
+                ASSERT_FLOAT_EQ(ring[r], expected[r]) << "d " << d << " slot " << r;
+        }
+    }
+}
