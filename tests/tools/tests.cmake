@@ -1,8 +1,14 @@
 # Tests of vantor-render: unit tests on its library, and end-to-end runs of the
 # built program against the real engine (they need a complete engine to pass;
 # one that renders silence still yields WAV files of the right length).
-foreach(test midifile loop preset wavwriter)
+foreach(test midifile loop wavwriter)
   target_link_libraries(tools_render_${test}_test PRIVATE vantor_render_lib)
+endforeach()
+foreach(test preset blockprocessor)
+  target_link_libraries(tools_hostcore_${test}_test PRIVATE vantor_hostcore)
+  target_compile_definitions(tools_hostcore_${test}_test PRIVATE
+    VANTOR_PRESET_DIR="${VANTOR_PRESET_DIR}")
+  add_dependencies(tools_hostcore_${test}_test vantor_presets)
 endforeach()
 
 add_executable(tools_render_wavcheck ${CMAKE_CURRENT_LIST_DIR}/wavcheck.cpp)

@@ -39,7 +39,8 @@ int main(int argc, char** argv) {
         const int subtype = value == "16"   ? SF_FORMAT_PCM_16
                             : value == "24" ? SF_FORMAT_PCM_24
                                             : SF_FORMAT_FLOAT;
-        const bool ok = option == "--rate"         ? info.samplerate == n
+        const bool ok = option == "--min-peak"     ? peak >= std::atof(value.c_str())
+                        : option == "--rate"       ? info.samplerate == n
                         : option == "--frames"     ? info.frames == n
                         : option == "--min-frames" ? info.frames >= n
                         : option == "--max-frames" ? info.frames <= n

@@ -14,16 +14,17 @@
 #include <unistd.h>
 #include <vector>
 
-#include "render/engine.h"
+#include "hostcore/engine.h"
+#include "hostcore/preset.h"
 #include "render/midifile.h"
 #include "render/paths.h"
-#include "render/preset.h"
 #include "render/progress.h"
 #include "render/renderloop.h"
 #include "render/timeline.h"
 #include "render/wavwriter.h"
 
 namespace fs = std::filesystem;
+using namespace Norvell::HostCore;
 using namespace Norvell::Render;
 
 namespace {
@@ -116,15 +117,9 @@ void WriteBlob(const std::string& path, const std::vector<uint8_t>& blob) {
     }
 }
 
-void SetIfPresent(Engine& engine, const ParamDirectory& params, const char* name, float value) {
-    if (auto id = params.Find(name)) engine.SetParam(*id, value);
-}
-
 // Performance defaults, then the preset or the state blob, then --set.
 void ApplySetup(Engine& engine, const ParamDirectory& params, const Options& options) {
-    // The stored zero of pitchbend would mean a full bend down.
-    SetIfPresent(engine, params, "pitchbend", 0.5f);
-    SetIfPresent(engine, params, "sustain-hold", 1.0f);
+    ApplyPerformanceDefaults(engine, params);
 
     if (options.loadState.empty())
         for (const auto& v : ResolvePreset(LoadPreset(options.preset), params))

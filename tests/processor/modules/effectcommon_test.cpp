@@ -110,3 +110,14 @@ TEST(EffectReset, KeepsTheRunningLevelsAndPhases) {
     ResetAfterSilenceChangesNothing<ChorusState>();
     ResetAfterSilenceChangesNothing<PlateReverbState>();
 }
+
+// A reset forgets the input: after loud noise the effect then sounds exactly as after silence
+// and the same reset (levels, phases and glides ran on the same way in both).
+TYPED_TEST(EffectContract, ResetForgetsEverythingTheInputLeft) {
+    Fx<TypeParam> quiet(this->V());
+    this->f.Run(Noise(32 * 300, 0.9f));
+    quiet.Run(Constant(32 * 300));
+    Reset(*this->f.s), Reset(*quiet.s);
+    const Signal x = Noise(32 * 300);
+    EXPECT_EQ(this->f.Run(x), quiet.Run(x));
+}

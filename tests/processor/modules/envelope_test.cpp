@@ -2,6 +2,7 @@
 #include "processor/modules/envelope.h"
 #include "processor/signalbank.h"
 #include <algorithm>
+#include <cmath>
 #include <gtest/gtest.h>
 using namespace Norvell::Vantor;
 int First(const std::vector<float>& v, size_t i, float lo, float hi) { // first in [lo, hi]
@@ -113,4 +114,212 @@ TEST(EnvelopeHostTest, EnvelopeOnVcaLevelRisesHoldsReleasesAndEndsTheVoice) {
     EXPECT_EQ(silent, 960 + 261);
     EXPECT_EQ(active[silent / kBlockSize - 1], 1.0f);
     EXPECT_EQ(active[silent / kBlockSize], 0.0f);
+}
+
+namespace {
+
+// The four time tables built from their breakpoints, looked up at a position 0..1.
+float TimeTable(int table, float x) {
+    static const float points[4][10] = {{0, 0.0972789f, 0.1854195f, 0.2750567f, 0.3602721f,
+                                         0.4330385f, 0.6691383f, 1.1242857f, 1.7285714f,
+                                         2.2936282f},
+                                        {0.006f, 0.0166893f, 0.1503628f, 0.3656236f, 0.6569615f,
+                                         0.9658277f, 1.5455782f, 2.887982f, 6.917914f, 15.296372f},
+                                        {0.006f, 0.0907029f, 0.6984127f, 1.8594104f, 3.526077f,
+                                         5.442177f, 9.410431f, 16.804535f, 36.22449f, 72.55181f},
+                                        {0.006f, 0.044898f, 0.6575964f, 1.8820862f, 3.5174603f,
+                                         6.054422f, 9.433106f, 17.142857f, 37.097507f, 85.0f}};
+    static const int index[10] = {0, 10, 20, 30, 40, 45, 50, 55, 60, 63};
+    float t[64];
+    for (int s = 0; s < 9; ++s)
+        for (int i = index[s]; i <= index[s + 1]; ++i) {
+            const float f = float(i - index[s]) / float(index[s + 1] - index[s]);
+            t[i] = (1.0f - f) * points[table][s] + f * points[table][s + 1];
+        }
+    if (x >= 1.0f) return t[63];
+    const float p = x * 63.0f, f = p - std::trunc(p);
+    const int i = int(p);
+    return (1.0f - f) * t[i] + f * t[i + 1];
+}
+
+// The contour written from the stage descriptions, one call per block.
+struct EnvModel {
+    float v[kEnvParamCount] = {};
+    int stage = 0;
+    double progress = 0, elapsed = 0;
+    float segStart = 0, segTarget = 0, level = 0, fastGain = 1, prevTrigger = 0;
+    bool segDone = true, startRelease = false, fast = false, restart = false, prevGate = false;
+    int cursor[5] = {};
+    float Next(const float* const* in, int input) { return in[input][cursor[input]++]; }
+    void StartSegment(float from, float to) {
+        segStart = from, segTarget = to, progress = 0, segDone = false;
+    }
+    void Advance(float n) {
+        progress += (1.0 - progress) * 5.298318 / n;
+        const double y = progress * (200.0 / 199.0);
+        level = float(segTarget + (segStart - segTarget) * (1.0 - y));
+        segDone = segTarget >= level;
+    }
+    void Block(bool gate, bool active, bool trigger, bool releaseEvent, const float* const* in,
+               float* out, float rate) {
+        std::fill(cursor, cursor + 5, 0);
+        std::fill(out, out + kBlockSize, 0.0f);
+        if (restart) stage = 0, restart = false;
+        const bool lfoTrig = v[kEnvLfoTrig] > 0;
+        const float gated = v[kEnvGatedLfoTrig];
+        if (lfoTrig && gated == 0) gate = true;
+        if (!active && !lfoTrig) {
+            prevGate = false;
+            return;
+        }
+        if (!gate && v[kEnvFreerun] < 1.0f) {
+            if (stage != 4) startRelease = true;
+            stage = 4;
+        }
+        if (trigger) {
+            if (releaseEvent || prevGate != gate)
+                stage = 0;
+            else if (v[kEnvReset] > 0 || v[kEnvSingleTrig] > 0)
+                stage = 4, fast = true;
+        }
+        prevGate = gate;
+        const float* trig = in[kEnvInFirstTrigger + std::clamp(int(v[kEnvLfoId] * 6.0f), 0, 5)];
+        for (int n = 0; n < kBlockSize; ++n) {
+            if (lfoTrig) {
+                const float x = trig[n];
+                if (((gated > 0 && gate) || gated == 0) && x > 0 && prevTrigger <= 0)
+                    stage = 4, fast = true;
+                prevTrigger = x;
+            }
+            bool end = false;
+            if (stage == 0) {
+                const float m = Next(in, kEnvInDelay);
+                if (m <= 0) elapsed += 1.0 / rate;
+                if (elapsed + 1.0 / rate > TimeTable(0, std::clamp(m + v[kEnvDelay], 0.0f, 1.0f)))
+                    stage = 1;
+            } else if (stage == 1) {
+                elapsed = 0;
+                const float m = Next(in, kEnvInAttack);
+                if (m <= 0.29f)
+                    level +=
+                        1.0f / (TimeTable(1, std::clamp(v[kEnvAttack] + 3 * m, 0.0f, 1.0f)) * rate);
+            } else if (stage == 2) {
+                const float m = Next(in, kEnvInDecay);
+                Advance(TimeTable(2, std::clamp(v[kEnvDecay] + 3 * m, 0.0f, 1.0f)) * rate);
+            } else if (stage == 3) {
+                if (v[kEnvSustain] == 0)
+                    level = 0, stage = 4;
+                else if ((v[kEnvFreerun] > 0 && !gate) || v[kEnvDadr] > 0)
+                    startRelease = true, stage = 4;
+                else
+                    level = v[kEnvSustain];
+            } else {
+                if (startRelease) startRelease = false, StartSegment(level, 0);
+                if (fast) {
+                    level *= fastGain;
+                    fastGain -= 0.0078125f;
+                    if (!(level > 1e-25f)) fast = false, restart = true, fastGain = 1, end = true;
+                } else if (level == 0) {
+                    end = true;
+                } else {
+                    const float m = Next(in, kEnvInRelease);
+                    Advance(TimeTable(3, std::clamp(v[kEnvRelease] + 3 * m, 0.0f, 1.0f)) * rate);
+                    end = segDone;
+                }
+            }
+            if (end) {
+                level = 0, elapsed = 0;
+                return;
+            }
+            const float a = std::clamp(v[kEnvAmp] + Next(in, kEnvInAmp), 0.0f, 1.0f);
+            out[n] = level * a;
+            if (stage == 1 && level >= 1.0f) {
+                level = 1.0f;
+                if (v[kEnvSustain] == 1.0f)
+                    stage = 3;
+                else
+                    StartSegment(1.0f, v[kEnvSustain]), stage = 2;
+            } else if (stage == 2 && segDone) {
+                stage = 3;
+            }
+        }
+    }
+};
+
+struct ContourCase {
+    const char* name;
+    std::vector<std::pair<int, float>> params;
+    int input;               // modulated input, -1 none
+    float depth, period;     // sine modulation, or a square when period < 0
+    std::vector<int> events; // block numbers: key on, off, on...
+    bool active = true;      // voice in the active set
+};
+
+} // namespace
+
+TEST_F(EnvelopeTest, ContoursMatchTheModelSampleBySample) {
+    // clang-format off
+    const ContourCase cases[] = {
+        {"delay stage held while its modulation is above 0",
+         {{kEnvDelay, 0.3f}, {kEnvAttack, 0.2f}, {kEnvSustain, 0.6f}, {kEnvDecay, 0.25f}},
+         kEnvInDelay, 0.2f, 900, {0, 500}},
+        {"decay bent by modulation", {{kEnvDecay, 0.3f}, {kEnvSustain, 0.3f}, {kEnvRelease, 0.2f}},
+         kEnvInDecay, 0.08f, 1500, {0, 300}},
+        {"release bent by modulation", {{kEnvSustain, 0.7f}, {kEnvRelease, 0.33f}},
+         kEnvInRelease, 0.1f, 700, {0, 30}},
+        {"amplitude modulation, clamped", {{kEnvAmp, 0.6f}, {kEnvSustain, 0.8f}, {kEnvDecay, 0.2f}},
+         kEnvInAmp, 0.7f, 400, {0, 120}},
+        {"attack held above the threshold", {{kEnvAttack, 0.25f}, {kEnvSustain, 0.5f}},
+         kEnvInAttack, 0.3f, -300, {0}},
+        {"note-on in the release restarts from its level",
+         {{kEnvDelay, 0.02f}, {kEnvAttack, 0.2f}, {kEnvSustain, 0.9f}, {kEnvRelease, 0.3f}},
+         -1, 0, 0, {0, 120, 150, 250}},
+        {"freerun completes the stages after an early release",
+         {{kEnvDelay, 0.1f}, {kEnvAttack, 0.15f}, {kEnvDecay, 0.2f}, {kEnvSustain, 0.4f},
+          {kEnvFreerun, 1.0f}}, -1, 0, 0, {0, 3}},
+        {"gated trigger on input 3 acts only while the key is held",
+         {{kEnvLfoTrig, 1.0f}, {kEnvLfoId, 0.55f}, {kEnvGatedLfoTrig, 1.0f}, {kEnvSustain, 0.8f},
+          {kEnvDecay, 0.1f}, {kEnvRelease, 0.4f}}, kEnvInFirstTrigger + 3, 1.0f, -2000, {0, 200}},
+        {"ungated trigger on the vibrato input runs an inactive voice",
+         {{kEnvLfoTrig, 0.5f}, {kEnvLfoId, 1.0f}, {kEnvSustain, 0.5f}},
+         kEnvInFirstTrigger + 5, 1.0f, -3000, {}, false},
+        {"negative gating ignores the edges",
+         {{kEnvLfoTrig, 1.0f}, {kEnvGatedLfoTrig, -1.0f}, {kEnvSustain, 0.5f}},
+         kEnvInFirstTrigger, 1.0f, -1000, {0}},
+    };
+    // clang-format on
+    for (const ContourCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        env = EnvelopeState{}, voices = VoiceState{}, Init(env, 0);
+        EnvModel model;
+        std::fill(values, values + kEnvParamCount, 0.0f);
+        values[kEnvAmp] = 1.0f;
+        for (auto [i, v] : c.params) values[i] = v;
+        for (int i = 0; i < kEnvParamCount; ++i) env.params.bound[i] = &values[i];
+        std::copy(values, values + kEnvParamCount, model.v);
+        for (auto& m : mod) std::fill(m, m + kBlockSize, 0.0f);
+        // The other trigger inputs carry edges at other times.
+        for (int t = kEnvInFirstTrigger; t < kEnvInputCount; ++t) mod[t][7 * t % 32] = 1.0f;
+        bool gate = false;
+        int n = 0;
+        for (int b = 0; b < 700; ++b) {
+            const bool event = std::find(c.events.begin(), c.events.end(), b) != c.events.end();
+            if (event) gate = !gate;
+            voices.gateVoices = gate, voices.activeVoices = c.active;
+            voices.triggerVoices = event && gate, voices.releaseVoices = event && !gate;
+            for (int i = 0; i < kBlockSize && c.input >= 0; ++i, ++n) {
+                const double s = c.period > 0 ? std::sin(2 * M_PI * n / c.period)
+                                 : std::fmod(n, -c.period) < -c.period / 2 ? 1
+                                                                           : -1;
+                mod[c.input][i] = c.depth * float(s);
+            }
+            float expected[kBlockSize], actual[kBlockSize];
+            float* outs[1] = {actual};
+            model.Block(gate, c.active, event && gate, event && !gate, in, expected,
+                        ctx.sampleRate);
+            ASSERT_EQ(Process(env, in, kEnvInputCount, outs, 1, ctx), 0);
+            for (int i = 0; i < kBlockSize; ++i)
+                ASSERT_NEAR(actual[i], expected[i], 2e-5f) << "sample " << b * 32 + i;
+        }
+    }
 }

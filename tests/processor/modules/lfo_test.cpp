@@ -1,6 +1,10 @@
+#include "dsp/random.h"
 #include "engine_harness.h"
 #include "processor/modules/lfo.h"
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
 using namespace Norvell::Vantor;
 struct LfoTest : ::testing::Test {
     // A new LFO with these values, the rest 0 (amp 0: the amplitude input rules), run for blocks.
@@ -109,4 +113,143 @@ TEST(LfoHost, VoicePitchFollowsLfo1AtItsRate) {
         if (t[i - 1] - t[i - 2] > 1 / 440.0 && t[i] - t[i - 1] <= 1 / 440.0) rises.push_back(t[i]);
     ASSERT_GE(rises.size(), 4u);
     EXPECT_NEAR((rises.back() - rises[1]) / (rises.size() - 2), 1.0 / 1.7918899, 0.002);
+}
+
+namespace {
+
+// Waves 0 to 4 written from their steps, with the softening curve and retriggers.
+struct LfoModel {
+    float v[kLfoParamCount] = {}, rate = 0, inv = 0, scale = 0;
+    double phase = -0.5, timer = 0;
+    uint32_t length = 0, counter = 0, randomCounter = 0, seed = 0;
+    bool firstHalf = false, prevGate = false;
+    float value = 0, oldRandom = 0, previous[3] = {}, held[3] = {}, step[3] = {};
+    int slewCount[3] = {};
+    bool active[3] = {};
+    LfoModel(const float* values, float sampleRate, uint32_t s)
+        : rate(sampleRate), inv(1.0f / sampleRate), seed(s) {
+        std::copy(values, values + kLfoParamCount, v);
+        length = uint32_t(std::ceil(0.0249433f * sampleRate));
+        scale = 1.0f / (std::log(float(length) + 130.0f) - 4.8675346f);
+    }
+    float Curve(uint32_t j) const { return (std::log(float(j) + 130.0f) - 4.8675346f) * scale; }
+    static float Speed(float x) {
+        static const std::pair<int, float> bp[] = {
+            {0, 0.0373f},     {10, 0.1625593f}, {20, 0.5561735f}, {30, 1.0710078f},
+            {40, 1.7918899f}, {50, 3.7022228f}, {55, 5.555556f},  {58, 8.277118f},
+            {60, 11.410315f}, {63, 27.59f}};
+        float t[64];
+        for (int s = 0; s < 9; ++s)
+            for (int i = bp[s].first; i <= bp[s + 1].first; ++i) {
+                const float f = float(i - bp[s].first) / float(bp[s + 1].first - bp[s].first);
+                t[i] = (1.0f - f) * bp[s].second + f * bp[s + 1].second;
+            }
+        if (x >= 1.0f) return t[63];
+        const float p = 63.0f * x, f = p - std::trunc(p);
+        return (1.0f - f) * t[int(p)] + f * t[int(p) + 1];
+    }
+    void Block(bool gate, bool trigger, const float* const* in, float* out0, float* out1) {
+        const int wave = int(v[kLfoWave] * 6.0f);
+        const bool lag = v[kLfoLag] == 1.0f;
+        const float mode = 2.0f * v[kLfoRetrigMode];
+        if (mode != 0 && trigger && (mode != 1 || !prevGate)) {
+            float r = v[kLfoRetrigPoint] + 0.5f;
+            if (r > 1.0f) r -= 1.0f;
+            phase = r - 0.5f, timer = 0;
+        }
+        prevGate = gate;
+        for (int n = 0; n < kBlockSize; ++n) {
+            const float hz = Speed(std::clamp(in[0][n] + v[kLfoSpeed], 0.0f, 1.0f));
+            const float amp = std::clamp(v[kLfoAmp] + in[1][n], 0.0f, 1.0f);
+            if (wave == 4) {
+                out1[n] = -1.0f;
+                if (timer >= 1.0f / hz) {
+                    seed = seed * 214013u + 2531011u;
+                    oldRandom = value, value = float((seed >> 16 & 0x7FFF) % 16385) / 16385 - 0.5f;
+                    timer = 0, randomCounter = 0, out1[n] = 1.0f;
+                } else {
+                    timer += inv;
+                }
+                float y = value;
+                if (randomCounter < length && lag) {
+                    const float c = Curve(randomCounter++);
+                    y = oldRandom >= value ? std::fabs(c - 1.0f) * (oldRandom - value) + value
+                                           : value * c;
+                }
+                out0[n] = y * amp;
+                continue;
+            }
+            phase += hz * inv;
+            if (phase > 0.5) phase = -0.5, counter = 0;
+            const float p = float(phase);
+            float square = p >= 0 ? 0.5f : 0.0f, falling = -p, out = p;
+            const float triangle = p >= 0 ? 0.5f - 2.0f * p : 2.0f * p + 0.5f;
+            if (p >= 0) {
+                if (firstHalf) counter = 0, firstHalf = false;
+                if (lag && counter < length) square = 0.5f * Curve(counter++);
+            } else {
+                if (lag && counter < length) {
+                    const float c = Curve(counter++);
+                    falling = -p * c, square = 0.5f - 0.5f * c,
+                    out = std::fabs(c - 1.0f) * 0.5f + p;
+                }
+                firstHalf = true;
+            }
+            out1[n] = out;
+            if (wave == 0) {
+                out0[n] = triangle * amp;
+                continue;
+            }
+            const int k = wave - 1;
+            const float w = wave == 1 ? square : wave == 2 ? out : falling, jump = w - previous[k];
+            if (std::fabs(jump) > 0.9f) {
+                held[k] = previous[k], active[k] = true;
+                step[k] = wave == 1   ? jump / 32
+                          : wave == 2 ? (jump - 31 * hz * inv) / 32
+                                      : jump / 32 + 0.96875f * hz * inv;
+            }
+            float y = w;
+            if (active[k]) {
+                y = held[k] += step[k];
+                if (slewCount[k]++ == 31) active[k] = false, slewCount[k] = 0;
+            }
+            previous[k] = w;
+            out0[n] = y * amp;
+        }
+    }
+};
+
+} // namespace
+
+TEST_F(LfoTest, SoftenedWavesRandomStepsAndRetriggersMatchTheModel) {
+    // {wave, lag, retrig_mode, speed}: note-ons come every 37 blocks with the key held.
+    const float cases[][4] = {{0, 1, 0.5f, 0.95f}, {1, 1, 1.0f, 0.97f}, {2, 1, 1.0f, 0.9f},
+                              {3, 1, 0.0f, 0.93f}, {4, 1, 0.5f, 0.99f}, {4, 0.99f, 0, 0.99f}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "wave " << c[0] << " lag " << c[1]);
+        Play(44100.0f, 0,
+             {{kLfoWave, (c[0] + 0.5f) / 6.0f},
+              {kLfoLag, c[1]},
+              {kLfoRetrigMode, c[2]},
+              {kLfoSpeed, c[3]},
+              {kLfoAmp, 0.6f},
+              {kLfoRetrigPoint, 0.75f}});
+        Norvell::dsp::SeedRandom(12345u);
+        LfoModel model(values, 44100.0f, 12345u);
+        float e0[kBlockSize], e1[kBlockSize];
+        for (int b = 0; b < 400; ++b) {
+            for (int n = 0; n < kBlockSize; ++n) {
+                speedMod[n] = 0.1f * float(std::sin((b * 32 + n) * 0.0007));
+                ampMod[n] = 0.5f * float(std::sin((b * 32 + n) * 0.0003));
+            }
+            const bool note = b % 37 == 3;
+            voices.activeVoices = 1, voices.gateVoices |= note, voices.triggerVoices = note;
+            model.Block(voices.gateVoices, note, in, e0, e1);
+            ASSERT_EQ(Process(lfo, in, 3, out, 2, ctx), kProcessOk);
+            for (int n = 0; n < kBlockSize; ++n) {
+                ASSERT_NEAR(out[0][n], e0[n], 2e-5f) << "block " << b << " sample " << n;
+                ASSERT_NEAR(out[1][n], e1[n], 2e-5f) << "block " << b << " sample " << n;
+            }
+        }
+    }
 }

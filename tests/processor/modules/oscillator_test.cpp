@@ -252,3 +252,200 @@ TEST(Oscillator, StepInsertionFollowsTheTableForAnyDistance) {
         }
     }
 }
+
+namespace {
+
+// The sawtooth, pulse and triangle paths written from the algorithm in f32: both
+// cores, the correction rings, the hum, the output stage and the oversampled triangle.
+struct OscModel {
+    float phase = 1.0f, pulseLevel = 0.5f, squareLevel = 0.5f, triPhase = 0.0f;
+    float saw[kRingSize] = {}, pulse[kRingSize] = {}, square[kRingSize] = {};
+    int w = 0;
+    float y = 0, acc = 0, accPrev = 0, bp = 0, lp = 0, prevStatic = 0, odd1 = 0, odd2 = 0;
+    float hum[kBlockSize], invRate, smooth, g;
+    explicit OscModel(float rate)
+        : invRate(1.0f / rate), smooth(1.0f - std::exp(-62831.855f / rate)),
+          g(std::tan(31.415928f / rate)) {
+        float h = 0.0f;
+        for (float& v : hum) {
+            const float x = std::sin(h) * 72.2f + 35.8f;
+            v = std::clamp(x * (x * x + 27.0f) / (9.0f * x * x + 27.0f), -1.0f, 1.0f) *
+                0.009135802f * 0.01f;
+            for (h += invRate * 703.7168f; h > 6.2831855f;) h -= 6.2831855f;
+        }
+    }
+    float Triangle(float inc) { // four sub-samples, two half-band stages
+        float t[4];
+        for (float& v : t) {
+            triPhase += inc / 4.0f;
+            if (triPhase >= 1.0f) triPhase -= 1.0f;
+            v = (triPhase > 0.5f ? 2.0f * (1.0f - triPhase) : 2.0f * triPhase) - 0.5f;
+        }
+        const float o0 = 0.25f * odd1 + 0.5f * t[0] + 0.25f * t[1];
+        const float o1 = 0.25f * t[1] + 0.5f * t[2] + 0.25f * t[3];
+        odd1 = t[3];
+        const float r = 0.25f * odd2 + 0.5f * o0 + 0.25f * o1;
+        odd2 = o1;
+        return r;
+    }
+    struct Setup {
+        float freq, pulseBase;
+        bool hardSync, master, sawOn, pulseOn, triOn, fmActive;
+    };
+    void Block(const Setup& c, const float* pwm, const float* sync, float* audio, float* aux) {
+        for (int k = 0; k < 32; ++k)
+            saw[(w + 32 + k) % 64] = pulse[(w + 32 + k) % 64] = square[(w + 32 + k) % 64] = 0.0f;
+        const int start = w;
+        const float inc = c.freq * invRate;
+        float fmTri[kBlockSize] = {}, syncOut[kBlockSize] = {};
+        for (int i = 0; i < kBlockSize; ++i) {
+            const float thr = std::clamp(c.pulseBase - 1.232f * pwm[i], 0.0f, 1.0f);
+            phase += inc;
+            const bool wrapped = phase >= 1.0f;
+            if (wrapped) phase -= 1.0f;
+            syncOut[i] = wrapped ? 0.5f : 0.0f;
+            if (c.hardSync || c.fmActive) fmTri[i] = Triangle(inc);
+            if (c.hardSync && sync[i] != 0.0f) {
+                const float old = phase;
+                phase = inc * sync[i];
+                pulseLevel = squareLevel = -0.5f;
+                InsertStep(saw, w, phase / inc, old - phase, false);
+                InsertStep(pulse, w, phase / inc, old - phase, false);
+            }
+            if (wrapped && !c.hardSync) {
+                if (pulseLevel == -0.5f) InsertStep(pulse, w, (phase + 1.0f - thr) / inc, 1, true);
+                if (squareLevel == -0.5f) InsertStep(square, w, (phase + 0.5f) / inc, 1, true);
+                InsertStep(square, w, phase / inc, 1.0f, false);
+            }
+            if (wrapped) {
+                InsertStep(saw, w, phase / inc, 1.0f, false);
+                InsertStep(pulse, w, phase / inc, 1.0f, false);
+                pulseLevel = squareLevel = -0.5f;
+            }
+            if (!c.hardSync && phase >= 0.5f && squareLevel == -0.5f) {
+                InsertStep(square, w, (phase - 0.5f) / inc, 1.0f, true);
+                squareLevel = 0.5f;
+            }
+            if (phase >= thr && pulseLevel == -0.5f) {
+                InsertStep(pulse, w, (phase - thr) / inc, 1.0f, true);
+                pulseLevel = 0.5f;
+            }
+            saw[w] += phase - 0.5f;
+            pulse[w] += pulseLevel;
+            if (c.hardSync) pulse[w] = -pulse[w];
+            square[w] += squareLevel;
+            w = (w + 1) % 64;
+        }
+        const float d = g * g + 1.4144272f * g + 1.0f;
+        float ramp = prevStatic;
+        for (int k = 0; k < kBlockSize; ++k) {
+            const int r = (start + k) % 64;
+            y += (pulse[r] + hum[k] - y) * smooth;
+            float tri = 0.0f;
+            if (c.triOn) {
+                acc += square[r];
+                const float u = acc + accPrev;
+                accPrev = acc;
+                const float bp1 = ((u - bp * (g + 1.4144272f) - 2.0f * lp) * g + bp) / d;
+                const float lp1 = (((u - lp) * g + 2.0f * bp + 1.4144272f * lp) * g + lp) / d;
+                const float hp = acc - 1.4144272f * bp1 - lp1;
+                bp = bp1, lp = lp1;
+                ramp += (c.freq - prevStatic) / 32.0f;
+                tri = ramp * 0.00005f * hp;
+            }
+            if (c.master && c.triOn && c.fmActive) tri = fmTri[k] * 0.525f;
+            const float p = c.pulseOn ? y * 0.162f : 0.0f, s = c.sawOn ? saw[r] * 0.317f : 0.0f;
+            audio[k] = (tri + p + 0.0f + s) * 1.68f;
+            aux[k] = c.master ? syncOut[k] : fmTri[k] * (c.freq * (1.0f + 0.6f)) * 0.001f;
+        }
+        prevStatic = c.freq;
+    }
+};
+
+struct WaveCase {
+    const char* name;
+    float pulseWidth = 0.5f, pwmDepth = 0.0f, rate = 44100.0f, freqParam = 12.0f / 63.0f;
+    int pwmPeriod = 0, syncEvery = 0; // PWM: sine, or a square when pwmPeriod < 0
+    float syncValue = 0.5f;
+    bool sawOn = false, pulseOn = false, triOn = false, master = false, fmActive = false;
+};
+
+TEST(Oscillator, WaveformsMatchTheModelSampleBySample) {
+    const WaveCase cases[] = {
+        {.name = "saw and pulse at 30% width", .pulseWidth = 0.3f, .sawOn = true, .pulseOn = true},
+        {.name = "narrow pulse at 48 kHz", .pulseWidth = 0.02f, .rate = 48000.0f, .pulseOn = true},
+        {.name = "sine PWM",
+         .pwmDepth = 0.3f,
+         .freqParam = 0.0f,
+         .pwmPeriod = 700,
+         .pulseOn = true},
+        {.name = "square PWM jumps past the phase",
+         .pwmDepth = 0.35f,
+         .freqParam = 0.0f,
+         .pwmPeriod = -90,
+         .pulseOn = true},
+        {.name = "PWM driving the threshold to 0",
+         .pwmDepth = 1.0f,
+         .pwmPeriod = -300,
+         .pulseOn = true},
+        {.name = "triangle level", .freqParam = 0.0f, .triOn = true},
+        {.name = "triangle at 1 kHz with saw", .freqParam = 0.4f, .sawOn = true, .triOn = true},
+        {.name = "hard sync before the wrap", .syncEvery = 37, .sawOn = true, .pulseOn = true},
+        {.name = "hard sync after a wrap, PWM",
+         .pwmDepth = 0.2f,
+         .pwmPeriod = 500,
+         .syncEvery = 71,
+         .syncValue = 0.3f,
+         .sawOn = true,
+         .pulseOn = true},
+        {.name = "master: sync pulses out, FM triangle in",
+         .triOn = true,
+         .master = true,
+         .fmActive = true},
+        {.name = "FM triangle on the auxiliary output", .sawOn = true, .fmActive = true},
+    };
+    for (const WaveCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        OscRig rig(81, c.rate);
+        OscModel model(c.rate);
+        rig.values[kOscFreq] = c.freqParam;
+        rig.values[kOscPulseWidth] = c.pulseWidth;
+        rig.values[kOscSawOn] = c.sawOn, rig.values[kOscPulseOn] = c.pulseOn;
+        rig.values[kOscTriangleOn] = c.triOn, rig.values[kOscMaster] = c.master;
+        rig.values[kOscSync] = c.syncEvery > 0;
+        if (c.fmActive) rig.Fill(kOscInFmActive, 1.0f);
+        rig.in[kOscInSync] = rig.buf[kOscInSync];
+        const float p = DetuneLaw(0.5f) - 0.5f + 60.0f * 0.6f + 63.0f * c.freqParam - 36.0f;
+        const float freq = FastPow2(kSemitone * p) * NoteFrequencies()[69];
+        const OscModel::Setup setup{freq,
+                                    PulseWidthLaw(c.pulseWidth),
+                                    c.syncEvery > 0,
+                                    c.master,
+                                    c.sawOn,
+                                    c.pulseOn,
+                                    c.triOn,
+                                    c.fmActive};
+        int n = 0;
+        for (int b = 0; b < 200; ++b) {
+            for (int i = 0; i < kBlockSize; ++i, ++n) {
+                const double t = 2.0 * M_PI * n / std::abs(c.pwmPeriod ? c.pwmPeriod : 1);
+                rig.buf[kOscInPulseWidth][i] = c.pwmPeriod > 0 ? c.pwmDepth * float(std::sin(t))
+                                               : c.pwmPeriod < 0
+                                                   ? (std::sin(t) >= 0 ? c.pwmDepth : -c.pwmDepth)
+                                                   : 0.0f;
+                rig.buf[kOscInSync][i] = c.syncEvery && n % c.syncEvery == 5 ? c.syncValue : 0;
+            }
+            float audio[kBlockSize], aux[kBlockSize];
+            model.Block(setup, rig.buf[kOscInPulseWidth], rig.buf[kOscInSync], audio, aux);
+            rig.Block();
+            for (int i = 0; i < kBlockSize; ++i) {
+                ASSERT_NEAR(rig.audio[i], audio[i], 2e-5f) << "sample " << b * 32 + i;
+                if (!setup.hardSync) {
+                    ASSERT_NEAR(rig.aux[i], aux[i], 1e-5f) << "aux " << b * 32 + i;
+                }
+            }
+        }
+    }
+}
+
+} // namespace

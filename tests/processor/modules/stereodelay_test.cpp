@@ -51,3 +51,64 @@ TEST(StereoDelay, PingPongAtFullFeedbackStaysBounded) {
     EXPECT_LE(std::max(peak, tail), 2.0f / 0.0375f + 1e-3f); // the clipper's bound on each line
     EXPECT_GT(tail, 1.0f); // loop gain above 1: the echoes sustain
 }
+
+namespace {
+
+float TimeLaw(float v) {
+    const float t[] = {200, 400, 800, 1600, 3200, 6400, 12800, 17000, 22050};
+    if (v >= 1.0f) return 44100.0f;
+    if (v < 0.0f) return 400.0f;
+    const int i = int(8.0f * v);
+    return 2.0f * ((1.0f - (8.0f * v - i)) * t[i] + (8.0f * v - i) * t[i + 1]);
+}
+
+float SyncFactor(float v) {
+    const float factors[] = {16,   12,         8, 6,     4,          3,    2.6666667f,  2,
+                             1.5f, 1.3333334f, 1, 0.75f, 0.6666667f, 0.5f, 0.33333334f, 0.25f};
+    if (v <= 0.0f) return 32.0f;
+    int row = 0;
+    while (row < 15 && !(v < 0.0625f * (row + 1))) ++row;
+    return factors[row];
+}
+
+} // namespace
+
+// The delay length of each line, call by call: two one-pole tempo followers, the target
+// clamped to 65 ... 96000 - 32, and a glide of at most +31/32 or -31/63 samples per sample.
+TEST(StereoDelay, LengthsGlideWithinTheirLimitsAndFollowTheTempo) {
+    struct Step {
+        int calls;
+        float time1, time2, sync, tempo;
+    };
+    const Step script[] = {{300, 0.2f, 0.9f, 0, 120},   {2000, 0.9f, 0.01f, 0, 120},
+                           {1500, 0.0f, 0.6f, 0, 120},  {3000, 0.7f, 0.3f, 1, 120},
+                           {3000, 0.7f, 0.3f, 1, 77},   {2000, 0.95f, 0.05f, 1, 200},
+                           {3000, 0.0f, -0.1f, 1, 2500}};
+    for (float rate : {44100.0f, 96000.0f}) {
+        Delay d(script[0].time1, script[0].time2);
+        float len[2] = {std::clamp(TimeLaw(script[0].time1), 65.0f, 96000.0f),
+                        std::clamp(TimeLaw(script[0].time2), 65.0f, 96000.0f)};
+        float t1 = 120.0f, t2 = 120.0f;
+        int call = 0;
+        for (const Step& s : script) {
+            d.knob[kDelayTime1] = s.time1, d.knob[kDelayTime2] = s.time2;
+            d.knob[kDelayMidiSync] = s.sync;
+            for (int c = 0; c < s.calls; ++c, ++call) {
+                d.Run(Constant(32), Context(rate, s.tempo));
+                t1 += (s.tempo - t1) * 0.001f, t2 += (t1 - t2) * 0.001f;
+                for (int k = 0; k < 2; ++k) {
+                    const float v = k ? s.time2 : s.time1;
+                    float target = s.sync > 0 ? rate / std::min(t2 * SyncFactor(v) / 60.0f, 2000.0f)
+                                              : TimeLaw(v);
+                    target = std::clamp(target, 65.0f, 96000.0f - 32.0f);
+                    float gap = len[k] - target;
+                    for (int n = 0; n < 32; ++n)
+                        gap -= std::clamp(gap * 0.005f, 32.0f / 63.0f - 1.0f, 31.0f / 32.0f);
+                    len[k] = gap + target;
+                    ASSERT_NEAR(d.s->line[k].len, len[k], 1e-3f * len[k])
+                        << "line " << k << " call " << call << " at " << rate;
+                }
+            }
+        }
+    }
+}

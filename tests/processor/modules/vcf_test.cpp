@@ -1,11 +1,13 @@
 #include "processor/modules/vcf.h"
+
+#include "dsp/fastmath.h"
 #include "processor/modules/voices.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <complex>
 #include <tuple>
+#include <vector>
 
 using namespace Norvell::Vantor;
 
@@ -37,22 +39,6 @@ struct Rig {
         return vcf.cutoffHz[31];
     }
 };
-
-// Gain for a small sine, Hann-windowed so DC offsets and leakage do not count.
-double ProbeGain(Rig& rig, double hz) {
-    const double w = 2.0 * M_PI * hz / rig.ctx.sampleRate, amplitude = 0.05;
-    std::complex<double> acc = 0.0;
-    for (long n = 0, b = 0; b < 800; ++b, n += kBlockSize) {
-        for (int i = 0; i < kBlockSize; ++i)
-            rig.audio[i] = static_cast<float>(amplitude * std::sin(w * double(n + i)));
-        rig.Run();
-        for (int i = 0; b >= 400 && i < kBlockSize; ++i) {
-            const double hann = 0.5 - 0.5 * std::cos(2.0 * M_PI * double(n - 12800 + i) / 12800.0);
-            acc += hann * rig.out[i] * std::polar(1.0, -w * double(n + i));
-        }
-    }
-    return 2.0 * std::abs(acc) / 6400.0 / amplitude; // the window sums to 6400
-}
 
 // A fresh filter lands on its cutoff in the first block, up to 6e-5: tolerances are 5e-4.
 TEST(Vcf, CutoffFollowsLawKeyAndTuning) {
@@ -149,19 +135,252 @@ TEST(Vcf, EveryModeStaysBoundedAndFreeOfSubnormals) {
     }
 }
 
-TEST(Vcf, SineProbesMatchTheModeTable) {
-    // Mode 3: four poles, weight -1.7857, G 0.35, R 0.1, Q(0) = 0.01; feedback (k about 0.01)
-    // is left out: 3 %. Each one-pole a/(1-(1-a)z^-1), a = 1 - exp(-pi fc/rate), runs twice
-    // per sample on the held input and both passes are summed: |H| = 2 cos^2(w/4) |tap(w/2)|.
-    for (double ratio : {1.0 / 16, 0.5, 1.0, 2.0}) {
-        Rig rig(3, 0.6f);
-        const double fc = rig.Run(), theta = M_PI * ratio * fc / 44100.0;
-        const double a = 1.0 - std::exp(-M_PI * fc / 44100.0);
-        const double tap = std::abs(a / (1.0 - (1.0 - a) * std::polar(1.0, -theta)));
-        const double expected = 1.7857 * 0.35 * (1.0 - 0.01 * 0.1) * 2.0 *
-                                std::pow(std::cos(theta / 2.0), 2.0) * std::pow(tap, 4);
-        EXPECT_NEAR(ProbeGain(rig, ratio * fc), expected, expected * 0.03) << ratio << " x cutoff";
+} // namespace
+
+namespace {
+
+using Norvell::dsp::FastPow2;
+using Norvell::dsp::NoteFrequencies;
+
+// Linear interpolation between integer breakpoints; a lookup past the end gives the last entry.
+struct Law {
+    std::vector<float> t;
+    Law(std::initializer_list<std::pair<int, float>> points) {
+        for (auto p = points.begin(); p + 1 != points.end(); ++p)
+            for (int i = p->first; i < (p + 1)->first; ++i) {
+                const float f = float(i - p->first) / float((p + 1)->first - p->first);
+                t.push_back((1.0f - f) * p->second + f * (p + 1)->second);
+            }
+        t.push_back((points.end() - 1)->second);
     }
+    explicit Law(std::vector<float> v) : t(std::move(v)) {}
+    float operator()(float x) const {
+        const float last = float(t.size() - 1);
+        if (x >= last) return t.back();
+        const int i = int(x);
+        return (1.0f - (x - float(i))) * t[i] + (x - float(i)) * t[i + 1];
+    }
+};
+
+const Law kCutoffLaw{{0, 0},
+                     {10, 0.0000095f},
+                     {20, 0.0002322284f},
+                     {25, 0.0002614687f},
+                     {30, 0.0012674928f},
+                     {35, 0.0025233906f},
+                     {40, 0.004278765f},
+                     {45, 0.0067218216f},
+                     {50, 0.00979111f},
+                     {55, 0.014060779f},
+                     {60, 0.019560669f},
+                     {65, 0.027204148f},
+                     {70, 0.037124366f},
+                     {75, 0.05014566f},
+                     {80, 0.067577764f},
+                     {85, 0.09134807f},
+                     {90, 0.1238766f},
+                     {95, 0.16367598f},
+                     {100, 0.22037372f},
+                     {105, 0.28846809f},
+                     {110, 0.3838103f},
+                     {115, 0.50871754f},
+                     {120, 0.67216605f},
+                     {125, 0.88056797f},
+                     {127, 1.0f}};
+const Law kResLaw{{0, 0.01f},       {10, 0.01f},      {20, 0.58772874f},
+                  {30, 1.1012639f}, {40, 1.9999735f}, {50, 3.0271499f},
+                  {60, 3.6690855f}, {62, 3.8615601f}, {63, 5.7985077f}};
+const Law kTableA{{3.37f, 3.319f, 3.2f,  3.117f, 3.025f, 2.938f, 2.8566f, 2.775f,
+                   2.71f, 2.655f, 2.6f,  2.562f, 2.53f,  2.497f, 2.47f,   2.448f,
+                   2.42f, 2.39f,  2.35f, 2.3f,   2.24f,  2.176f, 2.15f,   0}};
+const Law kTableB{{3.963f, 4.032f, 4.164f, 4.287f, 4.4f,   4.5f,   4.585f, 4.655f,
+                   4.705f, 4.733f, 4.74f,  4.727f, 4.692f, 4.638f, 4.567f, 4.48f,
+                   4.384f, 4.28f,  4.17f,  4.05f,  3.94f,  3.82f,  3.71f,  0}};
+const Law kTableF{{1,      1,     1,      1,     1,     1,     1,     1,
+                   0.995f, 0.99f, 0.985f, 0.98f, 0.94f, 0.92f, 0.91f, 0.9f,
+                   0.88f,  0.85f, 0.94f,  0.94f, 0.94f, 0.94f, 0.94f, 0}};
+const Law kTableE{{1,        1.12202f, 1.2735f,  1.41254f, 1.62181f, 1.88365f, 2.23872f, 2.5704f,
+                   2.98538f, 4.16228f, 5.16228f, 6.16228f, 7.16228f, 8.16228f, 3.16228f, 2.81838f,
+                   2.51189f, 2.51189f, 2.51189f, 0,        0,        0,        0,        0}};
+const Law kTableU{
+    std::vector<float>{1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0}};
+
+float Saturate(float v) {
+    return v * (v * v + 27.0f) / (9.0f * v * v + 27.0f);
+}
+float Pow10(float y) {
+    return FastPow2(3.3218644f * y);
 }
 
+// State-variable section: y = high pass + gL low pass + gB band pass.
+struct Section {
+    float p = 0, bp = 0, lp = 0;
+    float Run(float v, float g, float k, float gL, float gB) {
+        const float d = 1.0f / ((g + k) * g + 1.0f), u = v + p;
+        p = v;
+        const float bp1 = ((u - (g + k) * bp - 2.0f * lp) * g + bp) * d;
+        const float lp1 = (((u - lp) * g + 2.0f * bp + k * lp) * g + lp) * d;
+        bp = bp1, lp = lp1;
+        return (v - k * bp1 - lp1) + gL * lp1 + gB * bp1;
+    }
+};
+
+struct ModeRow {
+    int tap;
+    float c[4], g, r;
+    const Law *t1, *t3;
+};
+const ModeRow kModes[15] = {
+    {1, {0, -1.6129f, 0, 0}, 0.35f, 0.1f, &kTableA, nullptr},
+    {},
+    {1, {0, 0, 0, -1.7857f}, 0.35f, 0.02f, &kTableA, nullptr},
+    {0, {0, 0, 0, -1.7857f}, 0.35f, 0.1f, &kTableB, nullptr},
+    {},
+    {},
+    {1, {0.98039f, -3.0121f, 3.01205f, -1.05f}, 0.435f, 0.1f, &kTableB, &kTableE},
+    {},
+    {},
+    {1, {1, -2, 2, 0}, 0.435f, 0.1f, &kTableU, nullptr},
+    {1, {0.9901f, -3.1646f, 5.64612f, -4.01606f}, 0.435f, 0.1f, &kTableU, nullptr}};
+
+// The filter written from its steps, for a mode already loaded (the first block is run
+// only for its smoothers).
+struct VcfModel {
+    int mode = 0;
+    float rate = 0, inv = 0, cutoffState = 1000.0f, resState = 0, resMod = 0;
+    float s[4] = {}, prevS4 = 0, fbAvg = 0;
+    float hz[kBlockSize] = {}, norm[kBlockSize] = {};
+    Section leak, sec1, sec2;
+    void Clear() {
+        std::fill(s, s + 4, 0.0f);
+        prevS4 = fbAvg = 0.0f;
+        leak = sec1 = sec2 = Section{};
+    }
+    void Block(const float* const* in, const float* p, float keyHz, float* out, float gate) {
+        const ModeRow& m = kModes[mode];
+        float res[kBlockSize], k[kBlockSize];
+        for (int i = 0; i < kBlockSize; ++i) {
+            resState += (p[kVcfRes] * gate - resState) * (1.0f - std::exp(-100.0f * inv));
+            resMod += (in[2][i] - resMod) * 0.002f;
+            res[i] = kResLaw(63.0f * std::clamp(resState + 2.0f * resMod, 0.0f, 1.0f));
+            k[i] = res[i] * (*m.t1)(norm[i] * 44.1f) / m.t1->t[0] * kTableF(hz[i] * 0.001f);
+        }
+        float t = p[kVcfCutoff];
+        if (p[kVcfPitchbend] > 0) t += in[4][0] * 0.031746034f;
+        if (p[kVcfVibrato] > 0) t += in[3][0] * 0.031746034f;
+        if (p[kVcfLag] > 0) t += in[5][0];
+        const float tune =
+            FastPow2(0.083213426f * ((0.5f - 0.5f) + (0.5f - 0.5f) + 60.0f * 0.6f - 36.0f));
+        for (int i = 0; i < kBlockSize; ++i) {
+            cutoffState +=
+                (t - cutoffState) * (1.0f - std::exp(-std::fabs(cutoffState - t) * 10000.0f * inv));
+            const float c = std::clamp(cutoffState + in[1][i], 0.0f, 1.0f);
+            const float f0 = p[kVcfKeyboardFollow] > 0
+                                 ? keyHz * FastPow2((127.0f * c - 8.0f) * 0.083213426f)
+                                 : kCutoffLaw(127.0f * c) * 7514.9175f + 17.0f;
+            const float f = std::clamp(f0 * tune + in[6][i] * 7.0f * 5000.0f, 17.0f, 18686.205f);
+            hz[i] =
+                f * (1.0f - 0.05627411f * (std::clamp(res[i], 3.86156f, 5.7985077f) - 3.86156f));
+            norm[i] = hz[i] * inv;
+        }
+        for (int i = 0; i < kBlockSize; ++i) {
+            const float x = in[0][i], fc = hz[i], q = res[i] * 0.25f;
+            if (mode == 9) {
+                const float g = std::tan(
+                    3.1415927f * std::clamp((0.2f * q + 1.0f) * fc, 0.0f, 18686.205f) * inv);
+                const float e = 7.0f * q + (1.0f - q), k2 = 1.0f / (1.4f * q + 0.6f * (1.0f - q));
+                const float gL = Pow10(-0.05f * e), gL2 = Pow10(-0.035f * e);
+                const float y = sec1.Run(x, g, 0.5f / (0.3f * (1.0f - q) + q), gL,
+                                         Pow10(-0.025f * e) * 0.033333335f) /
+                                gL;
+                out[i] = sec2.Run(y, g, k2, gL2, Pow10(-0.0175f * e) * k2) / gL2 * 0.63f;
+            } else if (mode == 10) {
+                const float g1 = std::tan(3.1415927f * std::clamp(1.6f * fc, 0.0f, 14300.0f) * inv);
+                const float g2 =
+                    std::tan(3.1415927f * std::clamp(1.2f * fc, 0.0f, 18686.205f) * inv);
+                const float w = std::clamp(1.0f - fc * 0.000058866957f * q, 0.06f, 1.0f);
+                const float gL = Pow10(0.05f), e2 = -0.15f * (1.0f - q) - 1.0500001f * q,
+                            gL2 = Pow10(e2);
+                const float y = sec1.Run(x, g1, 0.5f / ((0.5f * (1.0f - q) + 2.5f * q) * w), gL,
+                                         Pow10(0.025f) * 0.033333335f / w) *
+                                Pow10(-0.35f * q) / gL;
+                out[i] = sec2.Run(y, g2, 2.2222223f, gL2, Pow10(e2 / 2.0f) * 2.0f) / gL2 * 0.63f;
+            } else {
+                const float a = 1.0f - std::exp(-3.1415927f * norm[i]);
+                float sum = 0.0f;
+                for (int sub = 0; sub < 2; ++sub) {
+                    const float drive = std::clamp(Saturate((k[i] + 1.0f) * x * 0.2f), -1.0f, 1.0f);
+                    const float fb =
+                        std::clamp(Saturate(k[i] * fbAvg * 0.2f + 0.012f), -1.0f, 1.0f);
+                    float u = 5.0f * drive - 5.0f * fb + 0.06f;
+                    s[0] += (u - s[0]) * a;
+                    if (m.tap) s[0] = u;
+                    for (int j = 1; j < 4; ++j) s[j] += (s[j - 1] - s[j]) * a;
+                    fbAvg = (s[3] + prevS4) * 0.5f, prevS4 = s[3];
+                    sum += m.c[0] * s[0] + m.c[1] * s[1] + m.c[2] * s[2] + m.c[3] * s[3];
+                }
+                out[i] = sum * ((1.0f - res[i] * m.r) * m.g);
+            }
+            if (mode == 2) {
+                out[i] += leak.Run(x, std::tan(26703.54f * inv), 2.857143f, 0.0f, 0.0f) *
+                          FastPow2(-1.9f * 3.3218644f);
+            }
+            if (m.t3) out[i] *= (*m.t3)(norm[i] * 44.1f);
+        }
+    }
+};
+
+struct FilterCase {
+    int mode = 0;
+    float cutoff, res, rate = 44100.0f;
+    float keyFollow = 0, lag = 0, bend = 0, vibrato = 0, fm = 0, cutoffMod = 0, resMod = 0;
+};
+
 } // namespace
+
+TEST(Vcf, ModesMatchTheModelSampleBySample) {
+    const FilterCase cases[] = {
+        {2, 0.7f, 0.6f},
+        {2, 0.45f, 0.95f, 48000.0f, 1, 0, 0, 0, 0, 0.1f},
+        {9, 0.6f, 0.8f},
+        {9, 0.5f, 1.0f, 44100.0f, 0, 0, 0, 0, 0.03f},
+        {10, 0.5f, 0.9f, 48000.0f},
+        {10, 0.7f, 0.1f, 44100.0f, 0, 1, 1, 1},
+        {0, 0.4f, 0.7f, 44100.0f, 1, 0, 0, 0, 0, 0.2f, 0.3f},
+        {3, 0.9f, 0.97f, 96000.0f, 0, 1, 0, 1, 0.02f},
+        {6, 0.55f, 0.85f, 44100.0f, 0, 0, 1, 0, 0, 0, 0.2f},
+    };
+    for (const FilterCase& c : cases) {
+        SCOPED_TRACE(testing::Message() << "mode " << c.mode << " cutoff " << c.cutoff);
+        Rig rig(c.mode, c.cutoff, c.res, c.rate);
+        const float flags[] = {c.keyFollow, c.lag, c.bend, c.vibrato};
+        for (int f = 0; f < 4; ++f) rig.params[kVcfKeyboardFollow + f] = flags[f];
+        float bufs[7][kBlockSize] = {};
+        float* in[7];
+        for (int i = 0; i < 7; ++i) in[i] = rig.in[i] = bufs[i];
+        VcfModel model;
+        model.mode = c.mode, model.rate = c.rate, model.inv = 1.0f / c.rate;
+        float expected[kBlockSize];
+        model.Block(in, rig.params, NoteFrequencies()[60], expected, c.mode ? 0.01f : 1.0f);
+        rig.Run(); // the mode is loaded at its end, with cleared filter states
+        model.Clear();
+        for (int n = 0, b = 1; b < 300; ++b) {
+            for (int i = 0; i < kBlockSize; ++i, ++n) {
+                const double t = double(n) / c.rate;
+                bufs[0][i] = float(0.8 * (std::fmod(97.0 * t, 1.0) - 0.5) +
+                                   0.3 * std::sin(2 * M_PI * 3100 * t));
+                bufs[1][i] = c.cutoffMod * float(std::sin(2 * M_PI * 2.0 * t));
+                bufs[2][i] = c.resMod * float(std::sin(2 * M_PI * 1.5 * t));
+                bufs[6][i] = c.fm * float(std::sin(2 * M_PI * 30.0 * t));
+            }
+            bufs[3][0] = 0.7f * float(std::sin(b * 0.1)),
+            bufs[4][0] = 0.5f * float(std::cos(b * 0.07));
+            bufs[5][0] = 0.2f * float(std::sin(b * 0.05));
+            model.Block(in, rig.params, NoteFrequencies()[60], expected, 1.0f);
+            rig.Run();
+            for (int i = 0; i < kBlockSize; ++i)
+                ASSERT_NEAR(rig.out[i], expected[i], 2e-4f * std::max(1.0f, std::fabs(expected[i])))
+                    << "block " << b << " sample " << i;
+        }
+    }
+}

@@ -1,5 +1,8 @@
 #include "processor/modules/vibrato.h"
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
 using namespace Norvell::Vantor;
 TEST(VibratoTest, SourcesShapesAndRandomWaves) {
     VibratoState vib;
@@ -47,5 +50,60 @@ TEST(VibratoTest, SourcesShapesAndRandomWaves) {
         ASSERT_GE(at.size(), 4u);
         EXPECT_EQ(at[3] - at[2], std::ceil(44100 / hz) + 1) << select;
         EXPECT_EQ(std::count(trig.begin(), trig.end(), 99.0f), 300 * kBlockSize);
+    }
+}
+
+// Periodic waves at the top rate (27.59 Hz), written from their steps: the softened
+// first half differs from the LFO's (the square falls to -c, the saws scale by c).
+TEST(VibratoTest, SoftenedPeriodicWavesMatchTheModel) {
+    for (int wave = 0; wave < 4; ++wave) {
+        for (float ampSrc : {0.0f, 1.0f / 3.0f}) {
+            SCOPED_TRACE(testing::Message() << "wave " << wave << " amp_src " << ampSrc);
+            VibratoState vib;
+            Init(vib);
+            float values[kVibParamCount] = {1.0f, 0.0f,   0.0f, wave / 5.0f,
+                                            0.4f, ampSrc, 0.8f, 1.0f};
+            for (uint32_t i = 0; i < kVibParamCount; ++i) vib.params.bound[i] = &values[i];
+            const float rate = 44100.0f;
+            const int length = int(std::ceil(0.0249433f * rate));
+            const float span = std::log(float(length) + 130.0f) - 4.8675346f;
+            double phase = -0.5;
+            int counter = 0;
+            bool firstHalf = false;
+            float wheel[kBlockSize], out1[kBlockSize], out2[kBlockSize];
+            for (int b = 0; b < 300; ++b) {
+                for (int n = 0; n < kBlockSize; ++n)
+                    wheel[n] = 0.5f * float(std::sin((b * 32 + n) * 0.001));
+                float *in[3] = {wheel, wheel, wheel}, *out[2] = {out1, out2};
+                RefreshParams(vib);
+                Process(vib, in, 0, out, 2, {120.0f, rate, kBlockSize, nullptr});
+                for (int n = 0; n < kBlockSize; ++n) {
+                    phase += 27.59f / rate;
+                    if (phase > 0.5) phase = -0.5, counter = 0;
+                    const float p = float(phase);
+                    float phaseOut = p, falling = -p, square = p >= 0 ? 0.5f : 0.0f;
+                    const float triangle = p >= 0 ? 0.5f - 2.0f * p : 2.0f * p + 0.5f;
+                    const auto curve = [&] {
+                        return (std::log(counter++ + 130.0f) - 4.8675346f) / span;
+                    };
+                    if (p >= 0) {
+                        if (firstHalf) counter = 0, firstHalf = false;
+                        if (counter < length) square = 0.5f * curve();
+                    } else {
+                        if (counter < length) {
+                            const float c = curve();
+                            falling *= c, square = -c, phaseOut += std::fabs(c - 1.0f) * 0.5f;
+                        }
+                        firstHalf = true;
+                    }
+                    const float w[4] = {triangle, phaseOut, falling, square};
+                    const float expected =
+                        ampSrc == 0 ? (wave == 1 ? (phaseOut - 0.5f) * 0.4f : w[wave] * 0.4f)
+                                    : std::clamp(2 * 0.6f * wheel[n] + 0.4f, -1.0f, 1.0f) * w[wave];
+                    ASSERT_NEAR(out1[n], expected, 2e-5f) << "sample " << b * 32 + n;
+                    ASSERT_NEAR(out2[n], phaseOut, 2e-5f) << "sample " << b * 32 + n;
+                }
+            }
+        }
     }
 }

@@ -65,11 +65,12 @@ RenderStats RenderTimeline(Host& host, const Timeline& timeline, const RenderSet
     const double silentEnergy = level * level * 2.0 * double(block); // RMS over both channels
 
     std::vector<float> left(block), right(block);
-    std::vector<const HostAction*> ordered; // Midi and Immediate actions of one block
+    HostCore::BlockProcessor processor(host, uint32_t(block), float(rate),
+                                       std::max<size_t>(1024, timeline.actions.size()));
+    processor.SetTempo(timeline.startBpm);
     CountingSink out(sink);
     Pending pending;
     size_t next = 0;
-    float tempo = timeline.startBpm;
     int64_t silentRun = 0;
     int64_t silenceStart = 0;
     bool endedBySilence = false;
@@ -80,27 +81,12 @@ RenderStats RenderTimeline(Host& host, const Timeline& timeline, const RenderSet
             endedBySilence = true;
             break;
         }
-        ordered.clear();
+        // Actions fall into the block holding their frame.
         for (; next < timeline.actions.size() && timeline.actions[next].frame < start + block;
-             ++next) {
-            const HostAction& a = timeline.actions[next];
-            if (a.kind == HostAction::Kind::Param)
-                host.SetParam(a.id, a.value);
-            else if (a.kind == HostAction::Kind::Tempo)
-                tempo = a.value;
-            else
-                ordered.push_back(&a);
-        }
-        // UpdateVoiceSetup clears the trigger bits, so it must come before the notes.
-        host.UpdateVoiceSetup();
-        for (const HostAction* a : ordered) {
-            if (a->kind == HostAction::Kind::Midi)
-                host.ProcessMidi(a->message);
-            else
-                host.SetParam(a->id, a->value);
-        }
-        host.Render(left.data(), right.data(), uint32_t(block), float(rate), tempo);
-        host.CollectChanges();
+             ++next)
+            if (!processor.Queue(timeline.actions[next], 0))
+                throw std::runtime_error("too many MIDI events in one block");
+        processor.Process(left.data(), right.data(), uint32_t(block));
 
         double energy = 0.0;
         for (int64_t i = 0; i < block; ++i)

@@ -5,21 +5,12 @@
 #include <functional>
 #include <stdexcept>
 
+#include "hostcore/blockprocessor.h"
 #include "render/timeline.h"
 
 namespace Norvell::Render {
 
-// What the loop needs from an engine; the real one is Engine (engine.h).
-class Host {
-public:
-    virtual ~Host() = default;
-    virtual void SetParam(uint32_t id, float value) = 0;
-    virtual void UpdateVoiceSetup() = 0;
-    virtual void ProcessMidi(uint32_t message) = 0;
-    virtual void Render(float* left, float* right, uint32_t frames, float sampleRate,
-                        float tempo) = 0;
-    virtual void CollectChanges() = 0;
-};
+using HostCore::Host;
 
 class AudioSink {
 public:

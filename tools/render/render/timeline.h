@@ -4,40 +4,20 @@
 #include <optional>
 #include <vector>
 
+#include "hostcore/midimap.h"
 #include "render/midifile.h"
-#include "render/paramdirectory.h"
 
 namespace Norvell::Render {
 
-struct HostAction {
-    enum class Kind : uint8_t {
-        Param,     // SetParam before UpdateVoiceSetup (controllers read at the next block)
-        Midi,      // ProcessMidiMessage after UpdateVoiceSetup
-        Immediate, // SetParam whose action is immediate (all notes off): kept in order with Midi
-        Tempo,     // new tempo for the RenderContext
-    };
-    int64_t frame = 0;
-    Kind kind = Kind::Midi;
-    uint32_t id = 0;      // Param, Immediate
-    float value = 0.0f;   // Param, Immediate; beats per minute for Tempo
-    uint32_t message = 0; // Midi: status | data1 << 8 | data2 << 16
-};
-
-// Ids of the master parameters that MIDI controllers drive; absent ones are skipped.
-struct ControlIds {
-    std::optional<uint32_t> modwheel, expression, sustain, pitchbend, aftertouch, allNotesOff;
-    static ControlIds From(const ParamDirectory& params);
-};
+using HostCore::ControlIds;
+using HostCore::HostAction;
+using HostCore::PackMidi;
 
 struct Timeline {
     std::vector<HostAction> actions; // sorted by frame, ties in file order
     int64_t endFrame = 0;            // frame of the last event of the file
     float startBpm = 120.0f;
 };
-
-constexpr uint32_t PackMidi(uint8_t status, uint8_t data1, uint8_t data2) {
-    return uint32_t(status) | uint32_t(data1) << 8 | uint32_t(data2) << 16;
-}
 
 Timeline BuildTimeline(const SmfFile& file, uint32_t sampleRate, const ControlIds& controls);
 

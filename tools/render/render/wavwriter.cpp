@@ -14,12 +14,9 @@ namespace {
 
 int FormatBits(SampleFormat format) {
     switch (format) {
-    case SampleFormat::Pcm16:
-        return SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-    case SampleFormat::Pcm24:
-        return SF_FORMAT_WAV | SF_FORMAT_PCM_24;
-    case SampleFormat::Float:
-        return SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    case SampleFormat::Pcm16: return SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    case SampleFormat::Pcm24: return SF_FORMAT_WAV | SF_FORMAT_PCM_24;
+    case SampleFormat::Float: return SF_FORMAT_WAV | SF_FORMAT_FLOAT;
     }
     return 0;
 }

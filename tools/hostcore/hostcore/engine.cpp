@@ -1,10 +1,10 @@
-#include "render/engine.h"
+#include "hostcore/engine.h"
 
 #include <algorithm>
 #include <cstring>
 #include <dlfcn.h>
 
-namespace Norvell::Render {
+namespace Norvell::HostCore {
 
 namespace {
 
@@ -13,6 +13,11 @@ std::string Text(const char* field, size_t size) {
 }
 
 } // namespace
+
+std::string EnginePathIn(const std::string& folder) {
+    return folder.empty() || folder.back() == '/' ? folder + "vantorengine.so"
+                                                  : folder + "/vantorengine.so";
+}
 
 Engine::Engine(const std::string& libraryPath) {
     dlerror();
@@ -149,9 +154,15 @@ void Engine::CollectChanges() {
     (processor_, &list, &count);
     if (!list) return;
     for (int32_t i = 0; i < count; ++i) {
+        if (observer_) observer_->OnChange(list[i].id, list[i].value);
         auto it = std::find(voiceIds_.begin(), voiceIds_.end(), list[i].id);
         if (it != voiceIds_.end()) voiceOn_[size_t(it - voiceIds_.begin())] = list[i].value == 1.0f;
     }
 }
 
-} // namespace Norvell::Render
+void ApplyPerformanceDefaults(Engine& engine, const ParamDirectory& params) {
+    if (auto id = params.Find("pitchbend")) engine.SetParam(*id, 0.5f);
+    if (auto id = params.Find("sustain-hold")) engine.SetParam(*id, 1.0f);
+}
+
+} // namespace Norvell::HostCore

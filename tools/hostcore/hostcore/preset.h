@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "render/paramdirectory.h"
+#include "hostcore/paramdirectory.h"
 
-namespace Norvell::Render {
+namespace Norvell::HostCore {
 
 class PresetError : public std::runtime_error {
 public:
@@ -39,4 +39,4 @@ std::vector<ParamValue> ResolvePreset(const Preset& preset, const ParamDirectory
 // Parses one --set argument "NAME=VALUE". Throws PresetError.
 std::pair<std::string, float> ParseAssignment(std::string_view text);
 
-} // namespace Norvell::Render
+} // namespace Norvell::HostCore

@@ -8,19 +8,30 @@
 
 #include <vantor/host.h>
 
-#include "render/paramdirectory.h"
-#include "render/renderloop.h"
+#include "hostcore/blockprocessor.h"
+#include "hostcore/paramdirectory.h"
 
-namespace Norvell::Render {
+namespace Norvell::HostCore {
 
 class EngineError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
+// Receives every value the engine changed itself, after each Render.
+class ChangeObserver {
+public:
+    virtual ~ChangeObserver() = default;
+    virtual void OnChange(uint32_t id, float value) = 0;
+};
+
+// The engine library's file in a folder (a plugin bundle, an install's lib folder).
+std::string EnginePathIn(const std::string& folder);
+
 class Engine final : public Host {
 public:
-    // Loads the library and its factory. Throws EngineError.
+    // Loads the library (RTLD_LOCAL, so several copies never share symbols) and its
+    // factory. Throws EngineError.
     explicit Engine(const std::string& libraryPath);
     ~Engine() override;
     Engine(const Engine&) = delete;
@@ -39,6 +50,7 @@ public:
     // Ids whose value 1.0 in the change list marks a sounding voice (voiceN_ison).
     void WatchVoices(std::vector<uint32_t> ids);
     int SoundingVoices() const;
+    void SetObserver(ChangeObserver* observer) { observer_ = observer; }
 
     void SetParam(uint32_t id, float value) override;
     void UpdateVoiceSetup() override;
@@ -52,6 +64,11 @@ private:
     VantorProcessor* processor_ = nullptr;
     std::vector<uint32_t> voiceIds_;
     std::vector<bool> voiceOn_;
+    ChangeObserver* observer_ = nullptr;
 };
 
-} // namespace Norvell::Render
+// Values a freshly started engine needs before a preset: the stored zero of
+// pitchbend would mean a full bend down, and the sustain pedal holds notes.
+void ApplyPerformanceDefaults(Engine& engine, const ParamDirectory& params);
+
+} // namespace Norvell::HostCore

@@ -1,10 +1,10 @@
 // Preset files, --set arguments and parameter name suggestions.
 #include <gtest/gtest.h>
 
-#include "render/paramdirectory.h"
-#include "render/preset.h"
+#include "hostcore/paramdirectory.h"
+#include "hostcore/preset.h"
 
-using namespace Norvell::Render;
+using namespace Norvell::HostCore;
 
 // Parses JSON as a preset file, then resolves it against PARAMS when given.
 static std::string ErrorOf(const char* json, const ParamDirectory* params = nullptr) {

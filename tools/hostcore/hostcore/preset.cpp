@@ -1,4 +1,4 @@
-#include "render/preset.h"
+#include "hostcore/preset.h"
 
 #include <cerrno>
 #include <charconv>
@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-namespace Norvell::Render {
+namespace Norvell::HostCore {
 
 namespace {
 
@@ -97,4 +97,4 @@ std::pair<std::string, float> ParseAssignment(std::string_view text) {
     return {name, CheckedValue(name, value, "--set: ")};
 }
 
-} // namespace Norvell::Render
+} // namespace Norvell::HostCore

@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-namespace Norvell::Render {
+namespace Norvell::HostCore {
 
 struct ParamDesc {
     std::string name;
@@ -39,4 +39,4 @@ private:
 // Edit distance (insertions, deletions, substitutions), ignoring ASCII case.
 size_t EditDistance(std::string_view a, std::string_view b);
 
-} // namespace Norvell::Render
+} // namespace Norvell::HostCore

@@ -1,10 +1,10 @@
-#include "render/paramdirectory.h"
+#include "hostcore/paramdirectory.h"
 
 #include <algorithm>
 #include <cctype>
 #include <numeric>
 
-namespace Norvell::Render {
+namespace Norvell::HostCore {
 
 ParamDirectory::ParamDirectory(std::vector<ParamDesc> params) : params_(std::move(params)) {
     for (uint32_t id = 0; id < params_.size(); ++id)
@@ -65,4 +65,4 @@ std::string ParamDirectory::UnknownMessage(std::string_view name) const {
     return text;
 }
 
-} // namespace Norvell::Render
+} // namespace Norvell::HostCore

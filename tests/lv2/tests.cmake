@@ -1,0 +1,81 @@
+# The LV2 plugin: its bundle checked by the LV2 tools, and played by a lilv host.
+if(NOT TARGET vantor_lv2)
+  return()
+endif()
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(LILV IMPORTED_TARGET lilv-0)
+find_program(SERDI serdi)
+find_program(LV2_VALIDATE lv2_validate)
+find_program(LV2INFO lv2info)
+
+set(LV2_ENV "LV2_PATH=${CMAKE_BINARY_DIR}/lv2")
+set(LV2_OUT ${VANTOR_TEST_DIR}/lv2)
+file(MAKE_DIRECTORY ${LV2_OUT})
+
+foreach(ttl manifest vantor presets)
+  if(SERDI)
+    add_test(NAME lv2.bundle.parses.${ttl}
+      COMMAND ${SERDI} -q -i turtle -o ntriples ${VANTOR_LV2_BUNDLE}/${ttl}.ttl)
+    set_tests_properties(lv2.bundle.parses.${ttl} PROPERTIES LABELS lv2)
+    set_property(TEST lv2.bundle.parses.${ttl} APPEND PROPERTY FAIL_REGULAR_EXPRESSION "error")
+  endif()
+endforeach()
+if(LV2_VALIDATE)
+  # lv2_validate exits 0 even on errors: judge its summary line.
+  add_test(NAME lv2.bundle.validates COMMAND ${LV2_VALIDATE} ${VANTOR_LV2_BUNDLE}/manifest.ttl
+    ${VANTOR_LV2_BUNDLE}/vantor.ttl ${VANTOR_LV2_BUNDLE}/presets.ttl)
+  set_tests_properties(lv2.bundle.validates PROPERTIES PASS_REGULAR_EXPRESSION "Found 0 errors")
+endif()
+if(LV2INFO)
+  add_test(NAME lv2.bundle.lv2info COMMAND ${LV2INFO} urn:norvell:vantor)
+  set_tests_properties(lv2.bundle.lv2info PROPERTIES ENVIRONMENT ${LV2_ENV}
+    PASS_REGULAR_EXPRESSION "Name: +Vantor.*Has latency: +no.*Presets:.*pad")
+endif()
+add_test(NAME lv2.bundle.exports_only_descriptor
+  COMMAND sh -c "test \"$(nm -D --defined-only '$<TARGET_FILE:vantor_lv2>' | awk '{print $3}')\" = lv2_descriptor")
+
+# jalv under a JACK dummy server, with notes from jack_midiseq and jack_capture recording.
+find_program(JALV jalv)
+find_program(JACKD jackd)
+find_program(JACK_MIDISEQ jack_midiseq)
+find_program(JACK_CAPTURE jack_capture)
+# Outside hosts cannot load a plugin built with the sanitizers.
+if(JALV AND JACKD AND JACK_MIDISEQ AND JACK_CAPTURE AND NOT VANTOR_SANITIZE)
+  add_test(NAME lv2.jalv.plays COMMAND ${CMAKE_CURRENT_LIST_DIR}/jalv_jack.sh
+    ${CMAKE_BINARY_DIR}/lv2 ${LV2_OUT}/jalv $<TARGET_FILE:tools_render_wavcheck>)
+  set_tests_properties(lv2.jalv.plays PROPERTIES TIMEOUT 120 RUN_SERIAL TRUE)
+endif()
+
+# A session round trip in headless Ardour.
+find_program(ARDOUR_LUA NAMES ardour7-lua ardour8-lua)
+if(ARDOUR_LUA AND NOT VANTOR_SANITIZE)
+  add_test(NAME lv2.ardour.session_round_trip COMMAND ${CMAKE_CURRENT_LIST_DIR}/ardour_session.sh
+    ${CMAKE_BINARY_DIR}/lv2 ${LV2_OUT}/ardour ${VANTOR_LV2_BUNDLE}/presets.ttl)
+  set_tests_properties(lv2.ardour.session_round_trip PROPERTIES TIMEOUT 600 RUN_SERIAL TRUE)
+endif()
+
+if(NOT LILV_FOUND)
+  return()
+endif()
+add_executable(lv2_lilv_host ${CMAKE_CURRENT_LIST_DIR}/lilv_host.c)
+target_link_libraries(lv2_lilv_host PRIVATE PkgConfig::LILV PkgConfig::SNDFILE m ${CMAKE_DL_LIBS}
+  Threads::Threads)
+set_target_properties(lv2_lilv_host PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${VANTOR_TEST_DIR})
+add_dependencies(lv2_lilv_host vantor_lv2_bundle vantor-render)
+target_compile_options(lv2_lilv_host PRIVATE -Wno-pedantic)
+
+add_library(lv2_rtcount SHARED ${CMAKE_CURRENT_LIST_DIR}/rtcount.c)
+target_link_libraries(lv2_rtcount PRIVATE ${CMAKE_DL_LIBS})
+target_compile_options(lv2_rtcount PRIVATE -Wno-pedantic)
+set_target_properties(lv2_rtcount PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${VANTOR_TEST_DIR})
+
+set(HOST $<TARGET_FILE:lv2_lilv_host>)
+foreach(test blocks state presets twice notify)
+  add_test(NAME lv2.host.${test} COMMAND ${HOST} ${test} $<TARGET_FILE:vantor-render> ${LV2_OUT})
+  set_tests_properties(lv2.host.${test} PROPERTIES ENVIRONMENT ${LV2_ENV})
+endforeach()
+if(NOT VANTOR_SANITIZE)
+  add_test(NAME lv2.host.rt COMMAND ${HOST} rt)
+  set_tests_properties(lv2.host.rt PROPERTIES
+    ENVIRONMENT "${LV2_ENV};LD_PRELOAD=$<TARGET_FILE:lv2_rtcount>;RTCOUNT_KNOWN=2")
+endif()
