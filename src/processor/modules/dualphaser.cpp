@@ -125,7 +125,7 @@ void Reset(DualPhaserState& state) {
 int32_t Process(DualPhaserState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
     bool recompute = false;
-    const int32_t status = state.Begin(in, out, ctx, recompute);
+    const int32_t status = state.Begin(in, out, ctx, recompute, true); // 0..1 controls
     if (status != kProcessOk) return status;
     DualPhaserState& s = state;
     s.mix.SetSampleRate(ctx.sampleRate);

@@ -65,6 +65,9 @@ int32_t Process(DubDelayState& state, Inputs in, uint64_t, Outputs out, uint64_t
     bool recompute = false;
     const int32_t status = state.Begin(in, out, ctx, recompute);
     if (status != kProcessOk) return status;
+    // The mix is a 0..1 control (feedback may be negative, the mix may not).
+    float& mix = state.params.values[kDubDelayDryWet];
+    mix = std::clamp(mix, 0.0f, 1.0f);
     if (recompute) ComputeDerived(state, ctx.sampleRate);
 
     DubDelayState& s = state;

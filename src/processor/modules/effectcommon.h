@@ -40,15 +40,16 @@ template <size_t N> struct EffectCore {
 
     // Runs the call checks, then refreshes the parameter copies. On kProcessOk,
     // recompute tells whether the derived values are due: a parameter changed,
-    // the first call, or a new sample rate.
-    int32_t Begin(Inputs in, Outputs out, const ProcessContext& ctx, bool& recompute) {
+    // the first call, or a new sample rate. With clampToUnit the copies are held
+    // to 0..1, for the effects whose formulas diverge outside it; a value held
+    // out of range then reads as a change every block, which only costs a
+    // recompute.
+    int32_t Begin(Inputs in, Outputs out, const ProcessContext& ctx, bool& recompute,
+                  bool clampToUnit = false) {
         const int32_t status = CheckEffectCall(ready, in, out, ctx);
         if (status != kProcessOk) return status;
         const bool changed = params.Refresh();
-        // Every effect parameter is a 0..1 control; several formulas (feedback,
-        // depth, brightness, diffusion) diverge outside it. A value held out of
-        // range reads as a change every block, which only costs a recompute.
-        if (changed)
+        if (changed && clampToUnit)
             for (float& value : params.values) value = std::clamp(value, 0.0f, 1.0f);
         recompute = changed || ctx.sampleRate != derivedRate;
         derivedRate = ctx.sampleRate;

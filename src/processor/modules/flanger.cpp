@@ -48,7 +48,7 @@ void Reset(FlangerState& state) {
 int32_t Process(FlangerState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
     bool recompute = false;
-    const int32_t status = state.Begin(in, out, ctx, recompute);
+    const int32_t status = state.Begin(in, out, ctx, recompute, true); // 0..1 controls
     if (status != kProcessOk) return status;
     FlangerState& s = state;
     if (recompute) ComputeDerived(s, ctx.sampleRate);

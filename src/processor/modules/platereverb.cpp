@@ -102,7 +102,7 @@ void Reset(PlateReverbState& state) {
 int32_t Process(PlateReverbState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
     bool recompute = false;
-    const int32_t status = state.Begin(in, out, ctx, recompute);
+    const int32_t status = state.Begin(in, out, ctx, recompute, true); // 0..1 controls
     if (status != kProcessOk) return status;
     S& s = state;
     const auto& p = s.params;
