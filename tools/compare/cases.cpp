@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <random>
 
@@ -207,6 +208,46 @@ std::vector<Case> BuildCases(const std::string& presetFolder, const ParamDirecto
                          RandomFrames(20, 8, 32)});
     }
     return cases;
+}
+
+std::vector<float> RenderCase(const std::string& library, const Case& c) {
+    Render::Engine engine(library);
+    // The engine seeds its random generator when the processor is created.
+    setenv("VANTOR_SEED", kSeed, 1);
+    engine.Start(float(c.sampleRate));
+    const auto params = engine.ReadParams();
+    if (c.setup) c.setup(engine, params);
+
+    const int64_t total = std::llround(c.seconds * c.sampleRate);
+    std::vector<float> out;
+    out.reserve(size_t(total) * 2);
+    std::vector<float> left(4096), right(4096);
+    size_t next = 0, turn = 0;
+    for (int64_t done = 0; done < total;) {
+        const uint32_t frames = c.frames.empty() ? 32u : c.frames[turn++ % c.frames.size()];
+        using Kind = Render::HostAction::Kind;
+        // Actions due before the end of this block, parameters first as a host does.
+        size_t end = next;
+        while (end < c.actions.size() && c.actions[end].frame < done + frames) ++end;
+        for (size_t i = next; i < end; ++i)
+            if (c.actions[i].kind == Kind::Param)
+                engine.SetParam(c.actions[i].id, c.actions[i].value);
+        engine.UpdateVoiceSetup();
+        for (size_t i = next; i < end; ++i) {
+            if (c.actions[i].kind == Kind::Midi) engine.ProcessMidi(c.actions[i].message);
+            if (c.actions[i].kind == Kind::Immediate)
+                engine.SetParam(c.actions[i].id, c.actions[i].value);
+        }
+        next = end;
+        engine.Render(left.data(), right.data(), frames, float(c.sampleRate), 120.0f);
+        engine.CollectChanges();
+        for (uint32_t i = 0; i < frames; ++i) {
+            out.push_back(left[i]);
+            out.push_back(right[i]);
+        }
+        done += frames;
+    }
+    return out;
 }
 
 } // namespace Norvell::Compare

@@ -28,4 +28,10 @@ struct Case {
 // of the engine the actions are built for.
 std::vector<Case> BuildCases(const std::string& presetFolder, const Render::ParamDirectory& params);
 
+// The seed every engine instance starts from (through VANTOR_SEED).
+constexpr const char* kSeed = "20260423";
+
+// Loads the engine library, plays the case and returns the interleaved stereo output.
+std::vector<float> RenderCase(const std::string& library, const Case& c);
+
 } // namespace Norvell::Compare
