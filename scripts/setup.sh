@@ -3,7 +3,8 @@
 set -euo pipefail
 
 packages=(g++ cmake make pkg-config libgtest-dev libgmock-dev libbenchmark-dev librapidxml-dev
-          libsndfile1-dev libcli11-dev nlohmann-json3-dev valgrind)
+          libsndfile1-dev libcli11-dev nlohmann-json3-dev valgrind
+          dpkg-dev file) # dpkg-dev and file: the Debian package's dependencies (cpack)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

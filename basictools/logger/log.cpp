@@ -57,7 +57,7 @@ void CLog::Configure(const std::string& confPath, const std::string& outputOverr
     } else {
         std::ifstream probe(Platform::ToNativePath(confPath));
         if (!probe.is_open()) {
-            std::cout << "Conf file " << confPath << " not found.\n";
+            std::cout << "Conf file " << Platform::ToNativePath(confPath) << " not found.\n";
         } else {
             probe.close();
             ParseConfFile(confPath);
@@ -70,9 +70,9 @@ void CLog::Configure(const std::string& confPath, const std::string& outputOverr
         if (outputFile.find_first_of("/\\") == std::string::npos) {
             std::string desktop;
             if (!GetKnownFolderPath(KnownFolder::Desktop, desktop)) desktop.clear();
-            outputFile = desktop + "/" + outputFile;
+            outputFile.insert(0, desktop.append("/"));
         }
-        if (extendedFilename) outputFile += "_" + CreationStamp(creationTime);
+        if (extendedFilename) outputFile.append("_").append(CreationStamp(creationTime));
     }
 
     // A second configuration (another processor) keeps writing into the open file.

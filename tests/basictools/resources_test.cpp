@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 using Norvell::GetParentFolder;
 using Norvell::Resources;
 
@@ -24,7 +26,7 @@ TEST(PathTest, ParentFolderAndSearchFoldersOfAnInjectedLibrary) {
                                   "C:\\ProgramData\\Norvell\\engine\\resources\\"}));
 }
 
-TEST(ResourcesTest, FindsTheWorkingCopyOrListsEveryMiss) {
+TEST(ResourcesTest, FindsTheFilesBesideTheProgramOrListsEveryMiss) {
     LogCapture log;
     Resources* resources = Resources::GetInstance();
     std::string folder = "unchanged";
@@ -35,9 +37,12 @@ TEST(ResourcesTest, FindsTheWorkingCopyOrListsEveryMiss) {
              Norvell::GetDyLibFullPath(), resources->ProgramDataPath(), resources->ProductName()))
         misses += candidate + "absent.h1\n";
     EXPECT_EQ(log.Texts("description").back(), misses); // every folder, in order
+    // Away from the program's folder, so that the bare name (tried first) is not found there.
+    const auto previous = std::filesystem::current_path();
+    std::filesystem::current_path("/");
     EXPECT_TRUE(resources->FindFile("vantorengine.xml", folder));
-    EXPECT_EQ(folder,
-              Norvell::Platform::ToBackslashPath(VantorTest::SourcePath("data/resources/")));
+    std::filesystem::current_path(previous);
+    EXPECT_EQ(folder, Norvell::Platform::ToBackslashPath(VantorTest::TestFolder()));
 }
 
 } // namespace

@@ -1,9 +1,15 @@
 #include "test_support.h"
 
+#include <filesystem>
+
 namespace VantorTest {
 
-std::string SourcePath(const std::string& relative) {
-    return std::string(VANTOR_SOURCE_DIR) + "/" + relative;
+std::string EngineFile(const std::string& name) {
+    return std::string(VANTOR_ENGINE_DIR) + "/" + name;
+}
+
+std::string TestFolder() {
+    return std::filesystem::canonical(VANTOR_TEST_DIR).string() + "/";
 }
 
 } // namespace VantorTest

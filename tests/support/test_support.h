@@ -4,8 +4,10 @@
 
 namespace VantorTest {
 
-// Absolute path of a file in the repository.
-std::string SourcePath(const std::string& relative);
+// Absolute path of a file beside the built engine (its description, log.conf).
+std::string EngineFile(const std::string& name);
+// Folder of the test programs, ending in '/'; the engine's data files lie there too.
+std::string TestFolder();
 
 } // namespace VantorTest
 

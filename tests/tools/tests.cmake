@@ -61,13 +61,12 @@ add_test(NAME tools.render.seed_b.same
   COMMAND ${CMAKE_COMMAND} -E compare_files ${RENDER_OUT}/seed_a.wav ${RENDER_OUT}/seed_b.wav)
 set_tests_properties(tools.render.seed_b.same PROPERTIES FIXTURES_REQUIRED render_seed_b)
 
-# The main command: the demo with the default preset; 26.709 s of MIDI.
-vantor_render_test(demo ARGS ${CMAKE_SOURCE_DIR}/data/demo/demo.mid -o ${RENDER_OUT}/demo.wav
-  CHECK ${RENDER_OUT}/demo.wav --min-frames 1177879 --rate 44100)
+# The main command: the demo with the default preset; 26.709 s of MIDI, audible.
+vantor_render_test(demo ARGS ${VANTOR_DOC_DIR}/demo.mid -o ${RENDER_OUT}/demo.wav
+  CHECK ${RENDER_OUT}/demo.wav --min-frames 1177879 --rate 44100 --min-peak 0.01)
 
 # Every shipped preset loads into the real engine (all its names exist) and renders.
-file(GLOB PRESET_FILES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/data/presets/*.json)
-foreach(file ${PRESET_FILES})
+foreach(file ${VANTOR_PRESET_FILES})
   get_filename_component(preset ${file} NAME_WE)
   vantor_render_test(preset_${preset} ARGS ${CLIP} -o ${RENDER_OUT}/preset_${preset}.wav --tail 0
     --preset ${preset} CHECK ${RENDER_OUT}/preset_${preset}.wav --frames 66150)
@@ -97,7 +96,16 @@ vantor_render_failure(unknown_parameter "closest matches: voice1_vcf_cutoff" ${R
   ${CLIP} -o ${RENDER_OUT}/bad3.wav --set voice1_vcf_cutof=0.5)
 vantor_render_failure(value_out_of_range "outside 0..1" ${RENDER_OUT}/bad4.wav
   ${CLIP} -o ${RENDER_OUT}/bad4.wav --set master_volume=1.5)
-vantor_render_failure(unknown_preset "unknown preset 'nosuch'.*init" ${RENDER_OUT}/bad5.wav
-  ${CLIP} -o ${RENDER_OUT}/bad5.wav --preset nosuch)
+vantor_render_failure(unknown_preset "unknown preset 'nosuch'.*init.*looked in:.*share/vantor/presets"
+  ${RENDER_OUT}/bad5.wav ${CLIP} -o ${RENDER_OUT}/bad5.wav --preset nosuch)
 vantor_render_failure(unwritable_output "cannot write" ${RENDER_OUT}/no-such-folder/out.wav
   ${CLIP} -o ${RENDER_OUT}/no-such-folder/out.wav)
+
+# The engine finds its files beside itself, so nothing but the list reaches standard output.
+set_tests_properties(tools.render.list_params PROPERTIES FAIL_REGULAR_EXPRESSION "not found")
+add_test(NAME tools.render.list_presets COMMAND ${RENDER} --list-presets)
+set_tests_properties(tools.render.list_presets PROPERTIES
+  PASS_REGULAR_EXPRESSION "fx_reverb_piano\ninit\nlead")
+add_test(NAME tools.listparams.beside_engine COMMAND $<TARGET_FILE:vantor-listparams>)
+set_tests_properties(tools.listparams.beside_engine PROPERTIES
+  PASS_REGULAR_EXPRESSION "voice12_vcf_cutoff" FAIL_REGULAR_EXPRESSION "not found")

@@ -1,11 +1,14 @@
 // vantor-listparams [description.xml]
 // Prints one line per parameter: id, name, nbValues and the module binding
 // ("instance:parameter", or "-" when the parameter drives nothing).
-// Without an argument the description is looked up like the engine does.
+// Without an argument it reads the description beside the installed engine
+// (found relative to this program), else looks it up like the engine does.
 // Warnings and errors of the lookup and the loader go to standard error.
 #include "basictools/logger/log.h"
+#include "basictools/platform.h"
 #include "basictools/resources.h"
 #include "processor/modules/paraminfoloader.h"
+#include "vantor/layout.h"
 
 #include <cstdio>
 #include <cstring>
@@ -25,9 +28,14 @@ int main(int argc, char** argv) {
     if (argc == 2) {
         path = argv[1];
     } else {
+        const auto beside =
+            Vantor::Layout::EngineDir(Vantor::Layout::ProgramDir()) / "vantorengine.xml";
         std::string folder;
-        if (Norvell::Resources::GetInstance()->FindFile("vantorengine.xml", folder))
-            path = folder + "vantorengine.xml";
+        std::error_code ec;
+        if (std::filesystem::is_regular_file(beside, ec))
+            path = beside.string();
+        else if (Norvell::Resources::GetInstance()->FindFile("vantorengine.xml", folder))
+            path = Norvell::Platform::ToNativePath(folder + "vantorengine.xml");
     }
 
     Norvell::Processor::ParamInfoLoader loader;

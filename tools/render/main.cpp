@@ -74,9 +74,7 @@ std::string FindEngine(const Options& options) {
         std::error_code ec;
         if (fs::is_regular_file(candidate, ec)) return candidate.lexically_normal().string();
     }
-    std::string searched;
-    for (const auto& c : candidates) searched += "\n  " + c.lexically_normal().string();
-    throw Failure("cannot find vantorengine.so; looked in:" + searched +
+    throw Failure("cannot find vantorengine.so; looked in:" + FolderList(candidates) +
                   "\nchoose one with --engine PATH");
 }
 
@@ -90,7 +88,7 @@ Preset LoadPreset(const std::string& preset) {
         text += "; available presets:";
         for (const auto& n : names) text += " " + n;
     }
-    throw Failure(text);
+    throw Failure(text + "\nlooked in:" + FolderList(folders));
 }
 
 std::vector<uint8_t> ReadBlob(const std::string& path) {
@@ -170,8 +168,12 @@ int Run(const Options& options) {
     FILE* out = OpenUserOutput();
 
     if (options.listPresets) {
-        for (const auto& name : ListPresets(PresetFolders(ExecutableDir())))
-            std::fprintf(out, "%s\n", name.c_str());
+        const auto folders = PresetFolders(ExecutableDir());
+        const auto names = ListPresets(folders);
+        if (names.empty()) throw Failure("no presets found; looked in:" + FolderList(folders));
+        if (!options.quiet) // the folders on standard error, so that the list alone is piped
+            std::fprintf(stderr, "presets from:%s\n", FolderList(folders).c_str());
+        for (const auto& name : names) std::fprintf(out, "%s\n", name.c_str());
         std::fflush(out);
         return 0;
     }
@@ -274,7 +276,7 @@ int main(int argc, char** argv) {
     app.add_option("-o,--output", options.output, "WAV file to write (default: INPUT with .wav)");
     auto* presetOption =
         app.add_option("-p,--preset", options.preset,
-                       "preset name (data/presets/NAME.json) or JSON file; default: init");
+                       "preset name (see --list-presets) or JSON file; default: init");
     app.add_option("-s,--set", options.sets,
                    "set a parameter after the preset, value 0..1 (repeatable)")
         ->type_name("NAME=VALUE")
@@ -291,7 +293,7 @@ int main(int argc, char** argv) {
                    "seed of the engine's random generator: same input and seed, same bytes");
     app.add_option("--engine", options.engine,
                    "engine library (default: vantorengine.so next to this program, then "
-                   "../lib/vantorengine.so)");
+                   "in " VANTOR_ENGINE_FROM_BIN "/ relative to it)");
     app.add_option("--load-state", options.loadState,
                    "start from a state blob saved by --save-state instead of a preset")
         ->excludes(presetOption);
@@ -299,7 +301,9 @@ int main(int argc, char** argv) {
                    "save the engine state after preset and --set (no MIDI file needed)");
     app.add_flag("--list-params", options.listParams,
                  "list the engine's parameters: id, name, steps");
-    app.add_flag("--list-presets", options.listPresets, "list the named presets");
+    app.add_flag("--list-presets", options.listPresets,
+                 "list the named presets (from " VANTOR_PRESETS_FROM_BIN "/ relative to this "
+                 "program)");
     app.add_flag("-q,--quiet", options.quiet, "no progress bar and no summary");
     app.footer(R"(Examples:
   vantor-render data/demo/demo.mid -o demo.wav

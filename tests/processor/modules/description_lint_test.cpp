@@ -11,8 +11,7 @@ namespace {
 
 TEST(DescriptionLint, EveryParameterIsBoundOnceAndValidlyAndBlocksStartInPlace) {
     Norvell::Processor::ParamInfoLoader loader;
-    ASSERT_TRUE(
-        loader.LoadEngineDescription(VantorTest::SourcePath("data/resources/vantorengine.xml")));
+    ASSERT_TRUE(loader.LoadEngineDescription(VantorTest::EngineFile("vantorengine.xml")));
     const auto& infos = loader.ParamInfos();
     ASSERT_EQ(infos.size(), 4806u);
     std::set<std::string> names, bindings;
@@ -61,8 +60,7 @@ TEST(DescriptionLint, EveryParameterIsBoundOnceAndValidlyAndBlocksStartInPlace) 
 // declare two steps to the host.
 TEST(DescriptionLint, PhaserStepCountsMatchHowTheValuesAreRead) {
     Norvell::Processor::ParamInfoLoader loader;
-    ASSERT_TRUE(
-        loader.LoadEngineDescription(VantorTest::SourcePath("data/resources/vantorengine.xml")));
+    ASSERT_TRUE(loader.LoadEngineDescription(VantorTest::EngineFile("vantorengine.xml")));
     const std::pair<const char*, int> expected[] = {
         {"type1", 2},  {"type2", 2}, {"midi_sync", 2}, {"dual_mode", 2},
         {"stereo", 0}, {"rate1", 0}, {"depth1", 0},    {"dry_wet", 0}};

@@ -4,7 +4,7 @@
 // Fully wet impulse response (the negated delayed signal); depth 0.5: 0.5^2 x 2000 = 500 samples.
 std::vector<float> Response(float rate, float delay, float feedback, size_t settleBlocks) {
     Fx<FlangerState> f({rate, 0.5f, feedback, delay});
-    f.Run(Constant(32 * settleBlocks));
+    for (size_t block = 0; block < settleBlocks; ++block) f.Run(Constant(32));
     return f.Run(Impulse(2048)).left;
 }
 

@@ -1,5 +1,7 @@
 #include "render/paths.h"
 
+#include "vantor/layout.h"
+
 #include <algorithm>
 #include <system_error>
 
@@ -8,18 +10,15 @@ namespace Norvell::Render {
 namespace fs = std::filesystem;
 
 fs::path ExecutableDir() {
-    std::error_code ec;
-    const fs::path exe = fs::read_symlink("/proc/self/exe", ec);
-    return ec ? fs::current_path() : exe.parent_path();
+    return Vantor::Layout::ProgramDir();
 }
 
 std::vector<fs::path> EngineCandidates(const fs::path& exeDir) {
-    return {exeDir / "vantorengine.so", exeDir / ".." / "lib" / "vantorengine.so"};
+    return {exeDir / "vantorengine.so", Vantor::Layout::EngineDir(exeDir) / "vantorengine.so"};
 }
 
 std::vector<fs::path> PresetFolders(const fs::path& exeDir) {
-    return {exeDir / ".." / ".." / "data" / "presets",
-            exeDir / ".." / "share" / "vantor" / "presets"};
+    return {Vantor::Layout::PresetDir(exeDir)};
 }
 
 bool LooksLikeFile(const std::string& preset) {
@@ -47,6 +46,12 @@ std::vector<std::string> ListPresets(const std::vector<fs::path>& folders) {
     std::sort(names.begin(), names.end());
     names.erase(std::unique(names.begin(), names.end()), names.end());
     return names;
+}
+
+std::string FolderList(const std::vector<fs::path>& folders) {
+    std::string text;
+    for (const auto& folder : folders) text += "\n  " + folder.lexically_normal().string();
+    return text;
 }
 
 } // namespace Norvell::Render

@@ -1,7 +1,6 @@
 #pragma once
 // Where the renderer finds the engine library and the named presets, relative
-// to its own executable (build tree: build/bin, build/lib, data/presets;
-// installed: bin, lib, share/vantor/presets).
+// to its own executable (see vantor/layout.h).
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -11,10 +10,10 @@ namespace Norvell::Render {
 
 std::filesystem::path ExecutableDir();
 
-// Engine candidates in search order: next to the executable, then ../lib.
+// Engine candidates in search order: next to the executable, then the layout's engine folder.
 std::vector<std::filesystem::path> EngineCandidates(const std::filesystem::path& exeDir);
 
-// Preset folders in search order: ../../data/presets, then ../share/vantor/presets.
+// Preset folders in search order (the layout's preset folder).
 std::vector<std::filesystem::path> PresetFolders(const std::filesystem::path& exeDir);
 
 // An argument names a file when it has a folder part, ends in .json or exists.
@@ -26,5 +25,8 @@ std::optional<std::filesystem::path> FindPreset(const std::string& name,
 
 // Names of the presets in the folders, sorted, without duplicates.
 std::vector<std::string> ListPresets(const std::vector<std::filesystem::path>& folders);
+
+// The folders, one per line, each indented by two blanks, for messages.
+std::string FolderList(const std::vector<std::filesystem::path>& folders);
 
 } // namespace Norvell::Render
