@@ -28,5 +28,13 @@ cmake --build "$base/build" -j2 --target vantorengine >/dev/null
 cmake -S "$root" -B "$root/build" "${flags[@]}" >/dev/null
 cmake --build "$root/build" -j2 --target vantorengine vantor-compare >/dev/null
 
-"$root/build/bin/vantor-compare" "$base/build/lib/vantorengine.so" \
-  "$root/build/lib/vantorengine.so" "$root/data/presets" $filter
+# The library's place in the build tree moved once; take whichever holds it.
+engine() {
+  for candidate in "$1/lib/vantor/vantorengine.so" "$1/lib/vantorengine.so"; do
+    [ -f "$candidate" ] && { echo "$candidate"; return; }
+  done
+  echo "no engine library in $1" >&2
+  exit 2
+}
+"$root/build/bin/vantor-compare" "$(engine "$base/build")" "$(engine "$root/build")" \
+  "$root/data/presets" $filter
