@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "cases.h"
+#include "test_support.h"
 
 namespace {
 
@@ -86,7 +87,7 @@ std::vector<Window> Fingerprint(const std::vector<float>& stereo, double rate) {
 }
 
 std::vector<Case> PresetCases() {
-    Norvell::Render::Engine probe(VANTOR_ENGINE_PATH);
+    Norvell::Render::Engine probe(VantorTest::EngineFile("vantorengine.so"));
     probe.Start(48000.0f);
     std::vector<Case> cases;
     for (auto& c : BuildCases(kPresets, probe.ReadParams()))
@@ -101,7 +102,8 @@ TEST(SoundFingerprint, EveryPresetMatchesTheReference) {
     for (const auto& c : cases) {
         auto& windows = rendered[c.name];
         windows = nlohmann::json::array();
-        for (const auto& w : Fingerprint(RenderCase(VANTOR_ENGINE_PATH, c), c.sampleRate))
+        for (const auto& w :
+             Fingerprint(RenderCase(VantorTest::EngineFile("vantorengine.so"), c), c.sampleRate))
             windows.push_back({std::round(w.rmsDb * 1000.0) / 1000.0, w.crossings,
                                std::round(w.centroidHz * 10.0) / 10.0});
     }

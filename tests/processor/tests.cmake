@@ -21,3 +21,4 @@ add_test(NAME single_export
 
 # The fingerprint test plays the comparison tool's preset cases through the built engine.
 target_link_libraries(processor_sound_fingerprint_test PRIVATE vantor_compare_lib)
+target_compile_definitions(processor_sound_fingerprint_test PRIVATE VANTOR_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
