@@ -18,3 +18,7 @@ endif()
 add_test(NAME single_export
          COMMAND sh -c "test \"$(nm -D --defined-only \"$1\" | awk '{print $3}' | grep -v '^_' | sort | tr '\\n' ' ')\" = 'GetProcessorFactory '"
                  -- $<TARGET_FILE:vantorengine>)
+
+# The fingerprint test plays the comparison tool's preset cases through the built engine.
+target_link_libraries(processor_sound_fingerprint_test PRIVATE vantor_compare_lib)
+target_compile_definitions(processor_sound_fingerprint_test PRIVATE VANTOR_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
