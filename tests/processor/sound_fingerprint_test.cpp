@@ -87,7 +87,7 @@ std::vector<Window> Fingerprint(const std::vector<float>& stereo, double rate) {
 }
 
 std::vector<Case> PresetCases() {
-    Norvell::Render::Engine probe(VantorTest::EngineFile("vantorengine.so"));
+    Norvell::HostCore::Engine probe(VantorTest::EngineFile("vantorengine.so"));
     probe.Start(48000.0f);
     std::vector<Case> cases;
     for (auto& c : BuildCases(kPresets, probe.ReadParams()))

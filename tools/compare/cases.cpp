@@ -6,13 +6,13 @@
 #include <filesystem>
 #include <random>
 
-#include "render/preset.h"
+#include "hostcore/preset.h"
 
 namespace Norvell::Compare {
 
-using Render::HostAction;
-using Render::PackMidi;
-using Render::ParamDirectory;
+using HostCore::HostAction;
+using HostCore::PackMidi;
+using HostCore::ParamDirectory;
 
 namespace {
 
@@ -41,21 +41,22 @@ void Sort(std::vector<HostAction>& actions) {
                      [](const HostAction& a, const HostAction& b) { return a.frame < b.frame; });
 }
 
-void SetByName(Render::Engine& engine, const ParamDirectory& params, const char* name,
+void SetByName(HostCore::Engine& engine, const ParamDirectory& params, const char* name,
                float value) {
     if (auto id = params.Find(name)) engine.SetParam(*id, value);
 }
 
 auto PresetSetup(const std::string& path) {
-    const auto preset = Render::ReadPreset(path);
-    return [preset](Render::Engine& engine, const ParamDirectory& params) {
-        for (const auto& v : Render::ResolvePreset(preset, params)) engine.SetParam(v.id, v.value);
+    const auto preset = HostCore::ReadPreset(path);
+    return [preset](HostCore::Engine& engine, const ParamDirectory& params) {
+        for (const auto& v : HostCore::ResolvePreset(preset, params))
+            engine.SetParam(v.id, v.value);
     };
 }
 
 // Saw on oscillator 1, envelope 1 to VCA 1 level, VCA 1 gain 0, VCA 2 gain 1,
 // open filter, twelve voices enabled playing voice 1's parameters.
-void PlainPatch(Render::Engine& engine, const ParamDirectory& params) {
+void PlainPatch(HostCore::Engine& engine, const ParamDirectory& params) {
     auto set = [&](const std::string& name, float value) {
         SetByName(engine, params, name.c_str(), value);
     };
@@ -211,7 +212,7 @@ std::vector<Case> BuildCases(const std::string& presetFolder, const ParamDirecto
 }
 
 std::vector<float> RenderCase(const std::string& library, const Case& c) {
-    Render::Engine engine(library);
+    HostCore::Engine engine(library);
     // The engine seeds its random generator when the processor is created.
     setenv("VANTOR_SEED", kSeed, 1);
     engine.Start(float(c.sampleRate));
@@ -225,7 +226,7 @@ std::vector<float> RenderCase(const std::string& library, const Case& c) {
     size_t next = 0, turn = 0;
     for (int64_t done = 0; done < total;) {
         const uint32_t frames = c.frames.empty() ? 32u : c.frames[turn++ % c.frames.size()];
-        using Kind = Render::HostAction::Kind;
+        using Kind = HostCore::HostAction::Kind;
         // Actions due before the end of this block, parameters first as a host does.
         size_t end = next;
         while (end < c.actions.size() && c.actions[end].frame < done + frames) ++end;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "render/engine.h"
+#include "hostcore/engine.h"
 #include "render/timeline.h"
 
 namespace Norvell::Compare {
@@ -17,16 +17,17 @@ struct Case {
     uint32_t sampleRate = 48000;
     double seconds = 3.0;
     // Applied once after Start, before the first block.
-    std::function<void(Render::Engine&, const Render::ParamDirectory&)> setup;
+    std::function<void(HostCore::Engine&, const HostCore::ParamDirectory&)> setup;
     // Sorted by frame; Param and Immediate use the id and value, Midi the message.
-    std::vector<Render::HostAction> actions;
+    std::vector<HostCore::HostAction> actions;
     // Host block sizes, used in turn; empty means 32 frames.
     std::vector<uint32_t> frames;
 };
 
 // presetFolder holds the shipped presets (*.json); params names the parameters
 // of the engine the actions are built for.
-std::vector<Case> BuildCases(const std::string& presetFolder, const Render::ParamDirectory& params);
+std::vector<Case> BuildCases(const std::string& presetFolder,
+                             const HostCore::ParamDirectory& params);
 
 // The seed every engine instance starts from (through VANTOR_SEED).
 constexpr const char* kSeed = "20260423";

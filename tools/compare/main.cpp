@@ -21,7 +21,7 @@ int main(int argc, char** argv) {
     const std::string before = argv[1], after = argv[2], folder = argv[3];
     const std::string filter = argc > 4 ? argv[4] : "";
     try {
-        Render::Engine probe(after);
+        HostCore::Engine probe(after);
         setenv("VANTOR_SEED", Compare::kSeed, 1);
         probe.Start(48000.0f);
         const auto cases = Compare::BuildCases(folder, probe.ReadParams());
