@@ -6,7 +6,7 @@ packages=(g++ cmake make pkg-config libgtest-dev libgmock-dev libbenchmark-dev l
           libsndfile1-dev libcli11-dev nlohmann-json3-dev valgrind)
 # The plugin and the hosts its tests play it in; their recommended packages
 # (desktop session tools) are not needed.
-plugin_packages=(lv2-dev serdi sordi lilv-utils liblilv-dev jalv jackd2 jack-capture ardour)
+plugin_packages=(lv2-dev serdi sordi lilv-utils liblilv-dev jalv jackd2 jack-capture sox libjack-jackd2-dev ardour)
 
 sudo=""
 [ "$(id -u)" -ne 0 ] && sudo="sudo"
