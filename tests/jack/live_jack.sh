@@ -17,8 +17,12 @@ wait_port() { # wait_port PORT
   fail "port $1 never appeared"
 }
 
-start_server() { # start_server PERIOD: a server of our own, named so it cannot clash
-  export JACK_DEFAULT_SERVER="vantor-live-$$-$1"
+# Server names are unique to this build tree yet stable from run to run: JACK keeps
+# a registry of a few servers, and only a server of the same name reclaims the
+# entry of one that died without unregistering.
+tree=$(printf %s "$work" | cksum | cut -d' ' -f1)
+start_server() { # start_server PERIOD
+  export JACK_DEFAULT_SERVER="vantor-live-$tree-$1"
   jackd --no-realtime -d dummy -r 48000 -p "$1" >"$work/jackd-$1.log" 2>&1 &
   server=$!
   pids+=($server)
@@ -111,7 +115,7 @@ start_server 256
 "$program" --preset pad --autoconnect=none </dev/null >"$work/vantor-lost.log" 2>&1 &
 client=$!
 pids+=($client)
-wait_port vantor:out_R
+for _ in $(seq 100); do grep -q "playing as" "$work/vantor-lost.log" && break; sleep 0.1; done
 kill "$server"
 status=0
 timeout 10 tail -s 0.02 --pid="$client" -f /dev/null || fail "vantor-jack outlived its server"
