@@ -8,7 +8,7 @@ packages=(g++ cmake make pkg-config libgtest-dev libgmock-dev libbenchmark-dev l
           clang libclang-rt-14-dev locales) # the fuzzers and the torture suite's locale row
 # The plugin and the hosts its tests play it in; their recommended packages
 # (desktop session tools) are not needed.
-plugin_packages=(lv2-dev serdi sordi lilv-utils liblilv-dev jalv jackd2 jack-capture ardour)
+plugin_packages=(lv2-dev serdi sordi lilv-utils liblilv-dev jalv jackd2 jack-capture sox libjack-jackd2-dev ardour)
 
 sudo=""
 [ "$(id -u)" -ne 0 ] && sudo="sudo"
