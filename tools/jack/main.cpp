@@ -19,6 +19,7 @@
 
 using namespace Norvell::HostCore;
 using namespace Norvell::Live;
+using namespace Norvell::Render;
 
 namespace {
 

@@ -20,6 +20,7 @@
 #include "render/paths.h"
 #include "render/progress.h"
 #include "render/renderloop.h"
+#include "render/setup.h"
 #include "render/timeline.h"
 #include "render/wavwriter.h"
 
@@ -35,27 +36,19 @@ extern "C" void OnSignal(int) {
     interrupted = 1;
 }
 
-struct Options {
+struct Options : SetupOptions {
     std::string input;
     std::string output;
-    std::string preset = "init";
-    std::vector<std::string> sets;
     uint32_t rate = 44100;
     std::string format = "24";
     double tail = 30.0;
     double maxLength = 7200.0;
     std::optional<uint32_t> seed;
     std::string engine;
-    std::string loadState;
     std::string saveState;
     bool listParams = false;
     bool listPresets = false;
     bool quiet = false;
-};
-
-// Plain failures with a message for the user; the message is the whole report.
-struct Failure : std::runtime_error {
-    using std::runtime_error::runtime_error;
 };
 
 // The renderer's own output goes to a copy of the original standard output;
@@ -68,82 +61,6 @@ FILE* OpenUserOutput() {
     std::fflush(stdout);
     dup2(STDERR_FILENO, STDOUT_FILENO);
     return out;
-}
-
-std::string FindEngine(const Options& options) {
-    if (!options.engine.empty()) return options.engine;
-    const auto candidates = EngineCandidates(ExecutableDir());
-    for (const auto& candidate : candidates) {
-        std::error_code ec;
-        if (fs::is_regular_file(candidate, ec)) return candidate.lexically_normal().string();
-    }
-    throw Failure("cannot find vantorengine.so; looked in:" + FolderList(candidates) +
-                  "\nchoose one with --engine PATH");
-}
-
-Preset LoadPreset(const std::string& preset) {
-    if (LooksLikeFile(preset)) return ReadPreset(preset);
-    const auto folders = PresetFolders(ExecutableDir());
-    if (auto path = FindPreset(preset, folders)) return ReadPreset(path->string());
-    std::string text = "unknown preset '" + preset + "'";
-    const auto names = ListPresets(folders);
-    if (!names.empty()) {
-        text += "; available presets:";
-        for (const auto& n : names) text += " " + n;
-    }
-    throw Failure(text + "\nlooked in:" + FolderList(folders));
-}
-
-std::vector<uint8_t> ReadBlob(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw Failure(path + ": cannot open state file: " + std::strerror(errno));
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-void WriteBlob(const std::string& path, const std::vector<uint8_t>& blob) {
-    const std::string temp = path + ".part";
-    {
-        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(blob.data()), std::streamsize(blob.size()));
-        if (!out.flush()) {
-            std::remove(temp.c_str());
-            throw Failure("cannot write state file '" + path + "': " + std::strerror(errno));
-        }
-    }
-    if (std::rename(temp.c_str(), path.c_str()) != 0) {
-        const std::string why = std::strerror(errno);
-        std::remove(temp.c_str());
-        throw Failure("cannot write state file '" + path + "': " + why);
-    }
-}
-
-// Performance defaults, then the preset or the state blob, then --set.
-void ApplySetup(Engine& engine, const ParamDirectory& params, const Options& options) {
-    ApplyPerformanceDefaults(engine, params);
-
-    if (options.loadState.empty())
-        for (const auto& v : ResolvePreset(LoadPreset(options.preset), params))
-            engine.SetParam(v.id, v.value);
-
-    if (!options.loadState.empty()) {
-        const auto blob = ReadBlob(options.loadState);
-        const size_t expected = engine.GetState().size();
-        if (blob.size() != expected)
-            throw Failure(options.loadState + ": state of " + std::to_string(blob.size()) +
-                          " bytes, this engine's state has " + std::to_string(expected) + " bytes");
-        if (!engine.SetState(blob))
-            throw Failure(options.loadState + ": the engine refused this state (a value in it is "
-                                              "not a finite number)");
-        // SetState runs no side effects: re-send the preset mode so the voices follow it.
-        if (auto id = params.Find("presetmode")) {
-            float mode = 0.0f;
-            if (engine.GetParam(*id, mode)) engine.SetParam(*id, mode);
-        }
-    }
-
-    Preset overrides{"--set", "--set", {}};
-    for (const auto& text : options.sets) overrides.values.push_back(ParseAssignment(text));
-    for (const auto& v : ResolvePreset(overrides, params)) engine.SetParam(v.id, v.value);
 }
 
 void ListParams(FILE* out, const ParamDirectory& params) {
@@ -183,7 +100,7 @@ int Run(const Options& options) {
     if (!options.input.empty()) midi = ReadSmf(options.input);
 
     if (options.seed) setenv("VANTOR_SEED", std::to_string(*options.seed).c_str(), 1);
-    Engine engine(FindEngine(options));
+    Engine engine(options.engine.empty() ? FindEngine() : options.engine);
     engine.Start(float(options.rate));
     const uint32_t blockSize = engine.BlockSize();
     if (blockSize == 0 || blockSize > VANTOR_BLOCK_SIZE)
