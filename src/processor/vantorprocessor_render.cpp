@@ -78,12 +78,12 @@ void VantorProcessor::RenderBlock() {
     Modules& m = *modules;
     const ParamRecord<16>& master = m.master;
 
-    // 1. Sustain: replay held note-offs when the pedal has just been released.
+    // Sustain: replay held note-offs when the pedal has just been released.
     const bool sustainOn = master[kMasterSustainHold] > 0.5f && master[kMasterPedalSustain] > 0.5f;
     if (!sustainOn && sustainWasOn) FlushDeferredNoteOffs();
     sustainWasOn = sustainOn;
 
-    // 2. Key, velocity and release velocity of every voice.
+    // Key, velocity and release velocity of every voice.
     for (int v = 0; v < kVoiceCount; ++v) {
         VoiceBuffers& vb = bank.voices[v];
         Fill(vb.key, bank.keyValue[v], kBlockSize);
@@ -92,7 +92,7 @@ void VantorProcessor::RenderBlock() {
                    bank.releaseVelocityTarget[v], 1.0f, 0.0f);
     }
 
-    // 3. Performance controllers.
+    // Performance controllers.
     ControllerValues& c = bank.controllers;
     RampBuffer(bank.modwheel, c.modwheel, master[kMasterModwheel], 0.5f, 0.0f);
     RampBuffer(bank.pitchbend, c.pitchbend, master[kMasterPitchbend], 1.0f, -0.5f);
@@ -100,13 +100,13 @@ void VantorProcessor::RenderBlock() {
     RampBuffer(bank.sustain, c.sustain, master[kMasterPedalSustain], 0.5f, 0.0f);
     RampBuffer(bank.expression, c.expression, master[kMasterPedalExpression], 1.0f, 0.0f);
 
-    // 4. Clear the mix and the final pair.
+    // Clear the mix and the final pair.
     Fill(bank.mixLeft, 0.0f, kBufferLength);
     Fill(bank.mixRight, 0.0f, kBufferLength);
     Fill(bank.finalLeft, 0.0f, kBufferLength);
     Fill(bank.finalRight, 0.0f, kBufferLength);
 
-    // 5. Vibrato, 6. ambient noise.
+    // Vibrato and ambient noise.
     RefreshParams(m.vibrato);
     {
         float* in[3] = {bank.modwheel, bank.sustain, bank.aftertouch};
@@ -118,17 +118,17 @@ void VantorProcessor::RenderBlock() {
         Process(m.ambientNoise, nullptr, 0, out, 1, processContext);
     }
 
-    // 7. Every enabled voice.
+    // Every enabled voice.
     for (int v = 0; v < kVoiceCount; ++v)
         if (m.voices[v][kVoiceIsEnable] != 0.0f) RenderVoice(v);
 
-    // 8. Ambient noise into the mix.
+    // Ambient noise into the mix.
     for (int n = 0; n < kBlockSize; ++n) {
         bank.mixLeft[n] += bank.ambientNoise[n];
         bank.mixRight[n] += bank.ambientNoise[n];
     }
 
-    // 9. DC removal with a 27.5 Hz corner.
+    // DC removal with a 27.5 Hz corner.
     if (processContext.sampleRate != dcRate) {
         dcRate = processContext.sampleRate;
         dcCoefficient = 1.0f - std::exp(-172.7876f / dcRate);
@@ -143,7 +143,7 @@ void VantorProcessor::RenderBlock() {
         dcState[ch] = std::isfinite(y) ? y : 0.0f;
     }
 
-    // 10. Effect slots in series.
+    // Effect slots in series.
     float* pair[2] = {bank.mixLeft, bank.mixRight};
     for (int s = 0; s < 2; ++s) {
         const float selector = master[s == 0 ? kMasterEffect0Selector : kMasterEffect1Selector];
@@ -171,7 +171,7 @@ void VantorProcessor::RenderBlock() {
         pair[1] = out[1];
     }
 
-    // 11. Master volume (the cached value, not smoothed).
+    // Master volume (the cached value, not smoothed).
     const float volume = std::clamp(master[kMasterVolume], 0.0f, 1.0f);
     for (int n = 0; n < kBlockSize; ++n) {
         bank.finalLeft[n] = pair[0][n] * volume;
@@ -213,10 +213,10 @@ void VantorProcessor::RenderVoice(int v) {
     for (int k = 0; k < 5; ++k) RefreshParams(m.lfos[5 * v + k]);
     for (int t = 0; t < 3; ++t) RefreshParams(m.trackers[3 * v + t]);
 
-    // 7.1 routing table
+    // Routing table of the voice's modulation matrix
     Process(m.matrices[v], src, kSourceCount, dst, kDestinationCount, ctx);
 
-    // 7.2 ramps
+    // Ramps
     float* triggers[6] = {vb.lfoTrigger[0], vb.lfoTrigger[1], vb.lfoTrigger[2],
                           vb.lfoTrigger[3], vb.lfoTrigger[4], bank.vibratoTrigger};
     for (int r = 0; r < 4; ++r) {
@@ -225,7 +225,7 @@ void VantorProcessor::RenderVoice(int v) {
         Process(m.ramps[4 * v + r], triggers, 6, out, 1, ctx);
     }
 
-    // 7.3 lag
+    // Lag
     {
         LagState& lag = m.lags[v];
         float* in[2] = {selected(lag.inputIndex), dst[12]};
@@ -233,7 +233,7 @@ void VantorProcessor::RenderVoice(int v) {
         Process(lag, in, 29, out, 1, ctx);
     }
 
-    // 7.4 tracking generators
+    // Tracking generators
     for (int t = 0; t < 3; ++t) {
         TrackState& tracker = m.trackers[3 * v + t];
         tracker.bipolar = IsBipolarSource(tracker.inputIndex) ? 1 : 0;
@@ -242,7 +242,7 @@ void VantorProcessor::RenderVoice(int v) {
         Process(tracker, src, kSourceCount, out, 1, ctx);
     }
 
-    // 7.5 tuning copies
+    // Tuning copies
     const VoiceTuning tuning{m.master[kMasterFineTune], m.voices[v][kVoiceDetune],
                              m.voices[v][kVoiceTranspose]};
     m.oscillators[2 * v].tuning = tuning;
@@ -254,7 +254,7 @@ void VantorProcessor::RenderVoice(int v) {
     const bool fmToFilter = m.fm[v].destination != 0.0f;
     const bool runAnyway = m.vcas[2 * v + 1].gain > 0.0f;
 
-    // 7.6, 7.7 oscillators
+    // Oscillators
     {
         float* in[10] = {dst[1],
                          dst[2],
@@ -276,17 +276,17 @@ void VantorProcessor::RenderVoice(int v) {
         Process(m.oscillators[2 * v + 1], in, 1, out, 2, ctx, runAnyway);
     }
 
-    // 7.8 FM amount
+    // FM amount
     {
         float* in[2] = {vb.oscOut0[1], dst[11]};
         float* out[2] = {vb.fmOut[0], vb.fmOut[1]};
         Process(m.fm[v], in, 2, out, 2, ctx);
     }
 
-    // 7.9 oscillator sum
+    // Oscillator sum
     for (int n = 0; n < kBlockSize; ++n) vb.oscSum[n] = vb.oscAudio[0][n] + vb.oscAudio[1][n];
 
-    // 7.10 filter
+    // Filter
     {
         float* in[7] = {vb.oscSum,
                         dst[7],
@@ -299,7 +299,7 @@ void VantorProcessor::RenderVoice(int v) {
         Process(filter, in, 7, out, 1, ctx, runAnyway);
     }
 
-    // 7.11 VCAs
+    // VCAs
     {
         float* in[2] = {vb.filter, dst[9]};
         float* out[1] = {vb.vca[0]};
@@ -311,7 +311,7 @@ void VantorProcessor::RenderVoice(int v) {
         Process(m.vcas[2 * v + 1], in, 2, out, 1, ctx);
     }
 
-    // 7.12 sources of the two level destinations, for the end-of-sound test
+    // Sources of the two level destinations, for the end-of-sound test
     uint32_t levelSources[2][6];
     for (int k = 0; k < 2; ++k) {
         for (uint32_t& s : levelSources[k]) s = kNoSource;
@@ -320,7 +320,7 @@ void VantorProcessor::RenderVoice(int v) {
             vcaEnvelopeSources[k][i] = static_cast<int32_t>(levelSources[k][i]);
     }
 
-    // 7.13 LFOs
+    // LFOs
     for (int k = 0; k < 5; ++k) {
         LfoState& lfo = m.lfos[5 * v + k];
         float* in[3] = {dst[38 + 2 * k], dst[39 + 2 * k], selected(lfo.inputIndex)};
@@ -328,7 +328,7 @@ void VantorProcessor::RenderVoice(int v) {
         Process(lfo, in, 3, out, 2, ctx);
     }
 
-    // 7.14 envelopes
+    // Envelopes
     for (int k = 0; k < 5; ++k) {
         if (!SourceInUse(v, 11 + k)) continue;
         float* in[11] = {dst[13 + 5 * k], dst[14 + 5 * k], dst[15 + 5 * k], dst[16 + 5 * k],
@@ -340,7 +340,7 @@ void VantorProcessor::RenderVoice(int v) {
 
     if (!IsFinite(vb.vca[1])) HealVoice(v);
 
-    // 7.15 mix with volume and pan
+    // Mix with volume and pan
     const float volume = std::clamp(m.voices[v][kVoiceVolume], 0.0f, 1.0f);
     const float pan = std::clamp(m.voices[v][kVoicePan], 0.0f, 1.0f);
     const float leftGain = (1.0f - pan) * volume;
@@ -350,7 +350,7 @@ void VantorProcessor::RenderVoice(int v) {
         bank.mixRight[n] += rightGain * vb.vca[1][n];
     }
 
-    // 7.16 end of sound: an envelope on a level destination has finished
+    // End of sound: an envelope on a level destination has finished
     // while that VCA's own gain is 0.
     for (int k = 0; k < 2; ++k) {
         if (m.vcas[2 * v + k].gain != 0.0f) continue;
@@ -366,7 +366,7 @@ void VantorProcessor::RenderVoice(int v) {
         }
     }
 
-    // 7.17
+    // The voice's trigger is consumed.
     RemoveVoice(voiceState.triggerVoices, v);
 }
 
