@@ -195,7 +195,7 @@ std::vector<uint8_t> Clip() {
     t.Tempo(0, 120);
     t.Control(0, 0, 1, 0);
     t.Bend(0, 0, 8192);
-    t.Note(0, Beat(2), 0, 60, 100); // 1.0 s
+    t.Note(0, Beat(2), 0, 60, 100); // one second
     t.Note(Beat(0.5), Beat(1.5), 0, 64, 90);
     t.Sweep(Beat(0.5), Beat(1.5), 60, 8192, 12288,
             [&](uint32_t tick, int v) { t.Bend(tick, 0, v); });
