@@ -7,6 +7,8 @@ namespace Norvell::Vantor {
 struct VoiceState;
 
 inline constexpr int kBlockSize = 32;
+// A block of zeros for inputs nothing is connected to.
+inline constexpr float kSilentBlock[kBlockSize] = {};
 inline constexpr int kVoiceCount = 12;
 inline constexpr int kSourceCount = 28;
 inline constexpr int kDestinationCount = 48;

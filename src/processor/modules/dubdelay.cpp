@@ -28,7 +28,7 @@ void ComputeDerived(DubDelayState& s, float sampleRate) {
         s.highMix = -x;
         f = std::pow(10.0f, 2.25f * x + 4.45f);
     }
-    s.toneCoef = std::exp(-6.2831855f * f / sampleRate);
+    s.toneCoef = std::exp(-kTwoPi * f / sampleRate);
     s.wet = p[kDubDelayDryWet];
     s.dry = 1.0f - p[kDubDelayDryWet];
 }

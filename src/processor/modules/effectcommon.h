@@ -2,6 +2,7 @@
 // What the six effect types share: the call checks (results 4 and 2), the
 // ready flag, the parameter copies with change detection, and the decision to
 // recompute derived values.
+#include "dsp/dsputil.h"
 #include "processor/paramrecord.h"
 #include "processor/processcontext.h"
 
@@ -12,7 +13,8 @@
 
 namespace Norvell::Vantor {
 
-inline constexpr float kTwoPi = 6.2831855f;
+using dsp::FlushTiny;
+using dsp::kTwoPi;
 
 // 4 when the effect cannot run (not ready, no frames, no usable rate or
 // tempo), 2 when an input or output pointer is missing, else 0.
@@ -23,12 +25,6 @@ inline int32_t CheckEffectCall(bool ready, Inputs in, Outputs out, const Process
         out[0] == nullptr || out[1] == nullptr)
         return kProcessMissing;
     return kProcessOk;
-}
-
-// Values far below audibility become 0, so recirculating memories never hold
-// subnormal numbers (which are slow on most processors).
-inline float FlushTiny(float x) {
-    return std::fabs(x) < 1e-30f ? 0.0f : x;
 }
 
 // Common head of every effect state. N = number of parameters, in binding order.

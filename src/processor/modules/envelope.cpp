@@ -54,7 +54,6 @@ const TimeTable kReleaseTable = TimeTable::FromBreakpoints({{0, 0.006f},
                                                             {63, 85.0f}});
 
 // Stands in for an unconnected modulation input.
-const float kSilence[kBlockSize] = {};
 
 using dsp::Clamp01;
 
@@ -158,7 +157,7 @@ int32_t Process(EnvelopeState& s, Inputs in, uint64_t, Outputs out, uint64_t,
     // Each modulation input advances only on samples whose stage reads it.
     const float* mod[kEnvInFirstTrigger];
     for (int i = 0; i < kEnvInFirstTrigger; ++i)
-        mod[i] = in != nullptr && in[i] != nullptr ? in[i] : kSilence;
+        mod[i] = in != nullptr && in[i] != nullptr ? in[i] : kSilentBlock;
     const float sampleRate = ctx.sampleRate;
     const double samplePeriod = 1.0 / static_cast<double>(sampleRate);
     auto amp = [&] { return Clamp01(s.ampValue + *mod[kEnvInAmp]++); };

@@ -1,5 +1,7 @@
 #include "processor/modules/lag.h"
 
+#include "dsp/dsputil.h"
+
 #include "processor/modules/voices.h"
 
 #include <algorithm>
@@ -55,14 +57,10 @@ namespace {
 // One key step of the key source.
 constexpr float kKeyStep = 1.0f / 127.0f;
 
-float RateModulation(const float* mod, int n) {
-    return mod != nullptr ? mod[n] : 0.0f;
-}
-
 void Exponential(LagState& s, const float* x, const float* mod, float* out) {
     const dsp::BreakpointTable<64>& table = LagExponentialTable();
     for (int n = 0; n < kBlockSize; ++n) {
-        const float time = table.Lookup(RateModulation(mod, n) + s.expRate);
+        const float time = table.Lookup(dsp::InputOr0(mod, n) + s.expRate);
         const float k = s.invSampleRate / (0.2f * time + s.invSampleRate);
         s.expState += k * (static_cast<double>(x[n]) - s.expState);
         if (std::fabs(s.expState) < 1e-30) s.expState = 0.0; // no subnormals
@@ -74,7 +72,7 @@ void Exponential(LagState& s, const float* x, const float* mod, float* out) {
 void Linear(LagState& s, const float* x, const float* mod, float sampleRate, float* out) {
     const dsp::BreakpointTable<64>& table = LagLinearTable();
     for (int n = 0; n < kBlockSize; ++n) {
-        const float samples = table.Lookup(RateModulation(mod, n) + s.linRate) * sampleRate;
+        const float samples = table.Lookup(dsp::InputOr0(mod, n) + s.linRate) * sampleRate;
         const float direction =
             static_cast<double>(x[n]) - s.linState >= 0.0 ? kKeyStep : -kKeyStep;
         s.linStep = direction / samples;
@@ -88,7 +86,7 @@ void EqualTime(LagState& s, const float* x, const float* mod, float sampleRate, 
                float* out) {
     const dsp::BreakpointTable<64>& table = LagEqualTimeTable();
     for (int n = 0; n < kBlockSize; ++n) {
-        const float samples = table.Lookup(RateModulation(mod, n) + s.equalRate) * sampleRate;
+        const float samples = table.Lookup(dsp::InputOr0(mod, n) + s.equalRate) * sampleRate;
         if (x[n] != s.equalTarget || triggered) {
             s.equalTarget = x[n];
             s.equalDelta = static_cast<float>(static_cast<double>(x[n]) - s.linState);

@@ -1,5 +1,6 @@
 #include "processor/modules/lfo.h"
 
+#include "dsp/dsputil.h"
 #include "dsp/random.h"
 #include "processor/modules/voices.h"
 
@@ -12,16 +13,11 @@ namespace {
 // The softened first half of the square falls from 0.5 to 0.
 constexpr dsp::SquareFall kSquareFall{0.5f, -0.5f};
 
-float SpeedModulation(const float* speedMod, int n) {
-    return speedMod != nullptr ? speedMod[n] : 0.0f;
-}
-
 // Rate in Hz of every sample of the block, free or a tempo division.
 void ComputeRates(LfoState& s, const float* speedMod, float tempo) {
     if (s.syncOn != 0) {
         for (int n = 0; n < kBlockSize; ++n) {
-            const float x =
-                dsp::Clamp(SpeedModulation(speedMod, n) + s.syncedSpeedValue, 0.0f, 1.0f);
+            const float x = dsp::Clamp(dsp::InputOr0(speedMod, n) + s.syncedSpeedValue, 0.0f, 1.0f);
             const auto index = static_cast<int32_t>(12.0f * x + 0.5f);
             s.rate[n] = kLfoTempoDivisions[index] * tempo;
         }
@@ -29,7 +25,7 @@ void ComputeRates(LfoState& s, const float* speedMod, float tempo) {
     }
     const dsp::BreakpointTable<64>& table = dsp::LfoSpeedTable();
     for (int n = 0; n < kBlockSize; ++n)
-        s.rate[n] = table.Lookup(SpeedModulation(speedMod, n) + s.speedValue);
+        s.rate[n] = table.Lookup(dsp::InputOr0(speedMod, n) + s.speedValue);
 }
 
 void ComputePeriods(LfoState& s, const float* speedMod, float tempo) {
@@ -41,12 +37,9 @@ void ComputePeriods(LfoState& s, const float* speedMod, float tempo) {
 // the saws also account for their own slope (inc per sample).
 float SlewStep(uint32_t wave, float jump, float inc) {
     switch (wave) {
-    case 1:
-        return jump / 32.0f;
-    case 2:
-        return (jump - 31.0f * inc) / 32.0f;
-    default:
-        return jump / 32.0f + 0.96875f * inc;
+    case 1: return jump / 32.0f;
+    case 2: return (jump - 31.0f * inc) / 32.0f;
+    default: return jump / 32.0f + 0.96875f * inc;
     }
 }
 
@@ -193,9 +186,7 @@ int32_t Process(LfoState& s, Inputs in, uint64_t, Outputs out, uint64_t,
         ComputePeriods(s, speedMod, ctx.tempo);
         SampleAndHold(s, source, out0, out1);
         break;
-    default:
-        PeriodicWaves(s, speedMod, ctx.tempo, out0, out1);
-        break;
+    default: PeriodicWaves(s, speedMod, ctx.tempo, out0, out1); break;
     }
     return kProcessOk;
 }

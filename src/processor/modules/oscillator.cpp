@@ -1,6 +1,7 @@
 #include "processor/modules/oscillator.h"
 
 #include "dsp/breakpointtable.h"
+#include "dsp/dsputil.h"
 #include "dsp/fastmath.h"
 #include "dsp/random.h"
 #include "processor/modules/voices.h"
@@ -39,7 +40,6 @@ const dsp::BreakpointTable<64> kPulseWidthTable =
                                                {63, 0.9835f}});
 
 constexpr float kInitialRate = 44100.0f;
-constexpr float kSemitone = 0.083213426f;  // exponent per semitone of the pitch law
 constexpr float kModulationRange = 16.0f;  // semitones of full pitch modulation
 constexpr float kPitchScale = 0.25396827f; // 16/63: vibrato and bend inputs
 constexpr float kPulseModulation = 1.232f; // pulse-width input scale
@@ -48,10 +48,10 @@ constexpr float kLinearFmHz = 5000.0f;     // linear FM input scale
 constexpr float kMinFreq = 20.0f;
 constexpr float kMaxFreq = 16000.0f;
 constexpr float kHpDamping = 1.4144272f; // triangle high-pass damping
-constexpr float kTwoPi = 6.2831855f;
-constexpr float kZeros[kBlockSize] = {};
 
 using dsp::Clamp;
+using dsp::kSemitone;
+using dsp::kTwoPi;
 
 // Calls tap(q, b) for the taps of a step d samples in the past: b is the
 // step table read with linear interpolation at 64 d + 64 q, for the taps that
@@ -274,7 +274,7 @@ void HardSyncCore(OscillatorState& s, Inputs in) {
     ClearFreeHalf(s);
     ComputeFrequencies(s, in);
     const float* pulseWidthIn = in[kOscInPulseWidth];
-    const float* syncIn = in[kOscInSync] != nullptr ? in[kOscInSync] : kZeros;
+    const float* syncIn = in[kOscInSync] != nullptr ? in[kOscInSync] : kSilentBlock;
     for (int i = 0; i < kBlockSize; ++i) {
         const float inc = s.freqBuffer[i] * s.invRate;
         const bool wrapped = AdvancePhase(s, pulseWidthIn, i, inc);

@@ -1,6 +1,7 @@
 #pragma once
 // Voltage-controlled amplifier: gain plus a smoothed level modulation,
 // clamped to 0..1.
+#include "dsp/dsputil.h"
 #include "processor/paramrecord.h"
 #include "processor/processcontext.h"
 
@@ -20,7 +21,7 @@ inline void SmoothBlock(const float* x, float& state, float coefficient, float* 
         s += (x[n] - s) * coefficient;
         smoothed[n] = s;
     }
-    state = std::fabs(s) < 1e-30f ? 0.0f : s;
+    state = dsp::FlushTiny(s);
 }
 
 struct VcaState {

@@ -1,5 +1,6 @@
 #include "processor/modules/vcf.h"
 
+#include "dsp/dsputil.h"
 #include "dsp/fastmath.h"
 #include "processor/modules/voices.h"
 
@@ -13,11 +14,13 @@ namespace {
 
 using dsp::BreakpointTable;
 using dsp::FastPow2;
+using dsp::FlushTiny;
+using dsp::InputOr0;
+using dsp::kSemitone;
 
 constexpr float kPi = 3.14159265f;
 constexpr float kMaxCutoffHz = 18686.205f;
 constexpr float kMinCutoffHz = 17.0f;
-constexpr float kSemitone = 0.083213426f;
 constexpr float kBendScale = 0.031746034f; // 2/63
 constexpr float kRateUnknown = 44100.0f;
 // Below about 39 kHz the 18.7 kHz section corner would pass pi/2 and tan
@@ -101,12 +104,6 @@ float FlushSubnormal(float v) {
     return std::fabs(v) < FLT_MIN ? 0.0f : v;
 }
 
-// Section states are snapped to 0 a little earlier, so that their products
-// with gains below 1 cannot become subnormal either (about -600 dB).
-float FlushTiny(float v) {
-    return std::fabs(v) < 1e-30f ? 0.0f : v;
-}
-
 // 10^y through the engine's base-2 exponential.
 float Pow10(float y) {
     return FastPow2(3.3218644f * y);
@@ -121,10 +118,6 @@ float PrewarpedGain(float angle) {
 // or NaN arguments from turning into NaN and changes the result by rounding only.
 float SoftClip(float v) {
     return std::clamp(dsp::SoftSaturate(std::fmin(std::fmax(v, -3.0f), 3.0f)), -1.0f, 1.0f);
-}
-
-float Sample(const float* buffer, int i) {
-    return buffer != nullptr ? buffer[i] : 0.0f;
 }
 
 void SetSection(VcfSection& s, float g, float k, float gLow, float gBand) {
@@ -247,9 +240,9 @@ void TakeInputs(VcfState& s, Inputs in) {
 
 [[gnu::flatten]] void CutoffStep(VcfState& s) {
     float target = s.cutoffTarget;
-    if (s.bendOn) target += Sample(s.bendIn, 0) * kBendScale;
-    if (s.vibratoOn) target += Sample(s.vibratoIn, 0) * kBendScale;
-    if (s.lagOn) target += Sample(s.lagIn, 0);
+    if (s.bendOn) target += InputOr0(s.bendIn, 0) * kBendScale;
+    if (s.vibratoOn) target += InputOr0(s.vibratoIn, 0) * kBendScale;
+    if (s.lagOn) target += InputOr0(s.lagIn, 0);
 
     // Glide whose speed grows with the distance still to go.
     for (int i = 0; i < kBlockSize; ++i) {

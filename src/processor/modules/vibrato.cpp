@@ -57,22 +57,15 @@ void PeriodicWaves(VibratoState& s, const float* speedIn, const float* ampIn, fl
         dsp::StepPeriodic(s.shape, static_cast<double>(rate) * rateScale, soften, s.softening,
                           kSquareFall);
         switch (wave) {
-        case 0:
-            out0[n] = Amplified(s, ampIn, n, s.shape.triangleValue);
-            break;
+        case 0: out0[n] = Amplified(s, ampIn, n, s.shape.triangleValue); break;
         case 1:
             // Without an amplitude source the rising saw is shifted down by 0.5.
             out0[n] = ampIn != nullptr ? Amplified(s, ampIn, n, s.shape.phaseOut)
                                        : (s.shape.phaseOut - 0.5f) * s.ampValue;
             break;
-        case 2:
-            out0[n] = Amplified(s, ampIn, n, s.shape.fallingSawValue);
-            break;
-        case 3:
-            out0[n] = Amplified(s, ampIn, n, s.shape.squareValue);
-            break;
-        default:
-            continue;
+        case 2: out0[n] = Amplified(s, ampIn, n, s.shape.fallingSawValue); break;
+        case 3: out0[n] = Amplified(s, ampIn, n, s.shape.squareValue); break;
+        default: continue;
         }
         out1[n] = s.shape.phaseOut;
     }
