@@ -197,7 +197,11 @@ TEST(Robustness, NonFiniteRunningStateHealsWithinOneBlock) {
             EXPECT_LT(Peak(h.RenderBlocks(200)), 6.0f);
 
             const uint64_t before = h.Processor().HealedBlocks();
-            std::fill(m.delays[0].line[0].buf.begin(), m.delays[0].line[0].buf.end(), kInf);
+            auto& line = m.delays[0].line[0].buf;
+            for (int32_t i = 0; i < line.Length(); ++i) { // a full turn: back where it started
+                line.StoreAhead(0, kInf);
+                line.Advance(1);
+            }
             EXPECT_TRUE(std::isfinite(Peak(h.RenderBlocks(1))));
             EXPECT_EQ(h.Processor().HealedBlocks(), before + 1);
             uint64_t size = 0;

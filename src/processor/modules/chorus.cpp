@@ -57,22 +57,19 @@ float ChorusLine::Read(float d) const {
     // Largest whole delay that keeps trunc(d) + 2 inside the ring.
     const int32_t n = StepIndex(d, 1.0f, kRing - 3);
     const float t = d - static_cast<float>(n);
-    const float* y = store.data() + write + n; // y[k]: k + n samples behind the newest
+    const float* y = store.Data() + store.Position() + n; // y[k]: k + n samples behind the newest
     return y[0] * (t * t - t) * 0.5f + y[1] * (1.0f - t * t) + y[2] * (t + t * t) * 0.5f;
 }
 
 void Init(ChorusState& state) {
     SweepTable();
-    for (ChorusLine& l : state.line) l.store.assign(2 * kRing, 0.0f);
+    for (ChorusLine& l : state.line) l.store.Allocate(kRing, true);
     Reset(state);
     state.ready = true;
 }
 
 void Reset(ChorusState& state) {
-    for (ChorusLine& l : state.line) {
-        std::fill(l.store.begin(), l.store.end(), 0.0f);
-        l.write = 0;
-    }
+    for (ChorusLine& l : state.line) l.store.Clear();
     // The smoothed settings and the LFO phases carry on, so the next sound
     // comes in at the current mix and delay.
 }

@@ -2,10 +2,10 @@
 // Chorus (effect type 5): one to three voices, each reading both lines at a
 // delay swept exponentially by its own sine; a slow sine spreads the left and
 // right delays apart.
+#include "dsp/delayline.h"
 #include "processor/modules/effectcommon.h"
 
 #include <cstdint>
-#include <vector>
 
 namespace Norvell::Vantor {
 
@@ -23,18 +23,13 @@ enum ChorusParam : size_t {
 // Voice count of a type value: 2 x type = 0 gives 1, exactly 1 gives 2, else 3.
 int32_t ChorusVoiceCount(float type);
 
-// A ring of kRing samples written twice into a store of twice that size, so a
-// read up to kRing samples back never wraps.
+// A mirrored ring of kRing samples, so a read up to kRing samples back never
+// wraps.
 struct ChorusLine {
     static constexpr int32_t kRing = 192000;
-    std::vector<float> store;
-    int32_t write = 0; // position of the newest sample in the first half
+    dsp::DelayLine store;
 
-    void Push(float x) {
-        if (--write < 0) write = kRing - 1;
-        store[static_cast<size_t>(write)] = x;
-        store[static_cast<size_t>(write + kRing)] = x;
-    }
+    void Push(float x) { store.Push(x); }
     // Quadratic read d samples behind the newest (through the samples
     // trunc(d), trunc(d) + 1 and trunc(d) + 2 behind it).
     float Read(float d) const;

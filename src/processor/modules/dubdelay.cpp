@@ -8,12 +8,16 @@ namespace Norvell::Vantor {
 namespace {
 
 constexpr int32_t kBufMax = DubDelayState::kBufMax;
+// The delay modulation moves once every kModulationInterval samples, so its
+// phase advances 2 pi x 100 times the rate per update.
+constexpr int kModulationInterval = 100;
+constexpr float kPhasePerUpdate = 628.31854f;
 
 void ComputeDerived(DubDelayState& s, float sampleRate) {
     const auto& p = s.params;
     s.delaySamples = sampleRate * (0.988f * p[kDubDelayTime] + 0.012f);
     s.depthSamples = p[kDubDelayLfoDepth] * 0.049f * s.delaySamples;
-    s.lfoIncrement = (9.5f * p[kDubDelayLfoRate] + 0.5f) * 628.31854f / sampleRate;
+    s.lfoIncrement = (9.5f * p[kDubDelayLfoRate] + 0.5f) * kPhasePerUpdate / sampleRate;
     const float feedback = p[kDubDelayFeedback];
     s.fbk = std::fabs(feedback);
     s.release = feedback > 0.5f ? 0.9997f : 0.8f;
@@ -46,17 +50,16 @@ inline float ReadLine(const float* buf, float pos, int32_t w) {
 } // namespace
 
 void Init(DubDelayState& state) {
-    for (DubDelayChannel& c : state.ch) c.buf.assign(kBufMax + 2, 0.0f);
+    for (DubDelayChannel& c : state.ch) c.buf.Allocate(kBufMax + 1);
     Reset(state);
     state.ready = true;
 }
 
 void Reset(DubDelayState& state) {
     for (DubDelayChannel& c : state.ch) {
-        std::fill(c.buf.begin(), c.buf.end(), 0.0f);
+        c.buf.Clear();
         c.pos = c.tgt = c.step = c.lp = c.env = 0.0f;
     }
-    state.w = 0;
     state.lfoPhase = 0.0f;
 }
 
@@ -73,7 +76,7 @@ int32_t Process(DubDelayState& state, Inputs in, uint64_t, Outputs out, uint64_t
     DubDelayState& s = state;
     const float* x[2] = {in[0], in[1]};
     float* y[2] = {out[0], out[1]};
-    int counter = 0; // modulation update every 100 samples, from the call's first
+    int counter = 0; // the first update comes with the call's first sample
     for (int32_t n = 0; n < ctx.frameCount; ++n) {
         if (counter == 0) {
             const float sine = std::sin(s.lfoPhase);
@@ -84,21 +87,21 @@ int32_t Process(DubDelayState& state, Inputs in, uint64_t, Outputs out, uint64_t
                 c.tgt += (goal - c.tgt) * 0.01f;
                 c.step = (c.tgt - c.pos) * 0.01f;
             }
-            counter = 100;
+            counter = kModulationInterval;
         }
         --counter;
-        if (--s.w < 0) s.w = kBufMax;
         for (int k = 0; k < 2; ++k) {
             DubDelayChannel& c = s.ch[k];
+            c.buf.Retreat();
             c.pos += c.step;
-            const float d = ReadLine(c.buf.data(), c.pos, s.w);
+            const float d = ReadLine(c.buf.Data(), c.pos, c.buf.Position());
             const float in0 = x[k][n];
             const float fed = d * s.fbk + in0;
             c.lp = fed + (c.lp - fed) * s.toneCoef;
             float z = fed * s.lowMix + c.lp * s.highMix;
             c.env = std::max(std::fabs(z), c.env * s.release);
             if (c.env > 1.0f) z /= c.env;
-            c.buf[static_cast<size_t>(s.w)] = FlushTiny(z);
+            c.buf.Store(FlushTiny(z));
             y[k][n] = in0 * s.dry + d * s.wet;
         }
     }

@@ -1,10 +1,10 @@
 #pragma once
 // Dub delay (effect type 3): stereo tape-style echo with a tilt tone filter and
 // a soft limiter in the feedback path and a slow sine modulation of the delay.
+#include "dsp/delayline.h"
 #include "processor/modules/effectcommon.h"
 
 #include <cstdint>
-#include <vector>
 
 namespace Norvell::Vantor {
 
@@ -19,12 +19,12 @@ enum DubDelayParam : size_t {
 };
 
 struct DubDelayChannel {
-    std::vector<float> buf; // kDubDelayBufMax + 1 used, one spare
-    float pos = 0.0f;       // current delay (samples)
-    float tgt = 0.0f;       // ramp target of pos
-    float step = 0.0f;      // per-sample ramp step of pos
-    float lp = 0.0f;        // tone filter state
-    float env = 0.0f;       // limiter envelope
+    dsp::DelayLine buf; // kBufMax + 1 samples, counting down; both channels step together
+    float pos = 0.0f;   // current delay (samples)
+    float tgt = 0.0f;   // ramp target of pos
+    float step = 0.0f;  // per-sample ramp step of pos
+    float lp = 0.0f;    // tone filter state
+    float env = 0.0f;   // limiter envelope
 };
 
 struct DubDelayState : EffectCore<kDubDelayParamCount> {
@@ -43,7 +43,6 @@ struct DubDelayState : EffectCore<kDubDelayParamCount> {
     float dry = 1.0f;
 
     DubDelayChannel ch[2];
-    int32_t w = 0;         // shared write index, counting down
     float lfoPhase = 0.0f; // radians
 };
 

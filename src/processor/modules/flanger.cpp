@@ -33,14 +33,15 @@ inline float ReadLine(const float* buf, int32_t r, float t) {
 } // namespace
 
 void Init(FlangerState& state) {
+    state.bufL.Allocate(FlangerState::kLineLength);
+    state.bufR.Allocate(FlangerState::kLineLength);
     Reset(state);
     state.ready = true;
 }
 
 void Reset(FlangerState& state) {
-    state.bufL.fill(0.0f);
-    state.bufR.fill(0.0f);
-    state.w = 0;
+    state.bufL.Clear();
+    state.bufR.Clear();
     state.phase = 0.0f;
     state.lastL = state.lastR = 0.0f;
 }
@@ -60,15 +61,14 @@ int32_t Process(FlangerState& state, Inputs in, uint64_t, Outputs out, uint64_t,
     for (int32_t n = 0; n < ctx.frameCount; ++n) {
         s.phase += s.increment;
         if (s.phase > 1.0f) s.phase -= 2.0f;
-        s.w = (s.w - 1) & kMask;
-        s.bufL[static_cast<size_t>(s.w)] = FlushTiny(s.fb * s.lastL + xl[n]);
-        s.bufR[static_cast<size_t>(s.w)] = FlushTiny(s.fb * s.lastR + xr[n]);
+        s.bufL.Push(FlushTiny(s.fb * s.lastL + xl[n]));
+        s.bufR.Push(FlushTiny(s.fb * s.lastR + xr[n]));
         const float d = (1.0f - s.phase * s.phase) * s.sweep + s.minimum;
         const int32_t id = StepIndex(d, 1.0f, kMask);
-        const int32_t r = (id + s.w) & kMask;
+        const int32_t r = (id + s.bufL.Position()) & kMask;
         const float t = d - static_cast<float>(id);
-        s.lastL = ReadLine(s.bufL.data(), r, t);
-        s.lastR = ReadLine(s.bufR.data(), r, t);
+        s.lastL = ReadLine(s.bufL.Data(), r, t);
+        s.lastR = ReadLine(s.bufR.Data(), r, t);
         outL[n] = xl[n] * s.dry - s.wet * s.lastL;
         outR[n] = xr[n] * s.dry - s.wet * s.lastR;
     }

@@ -1,9 +1,9 @@
 #pragma once
 // Flanger (effect type 4): one parabolic sweep shared by both channels,
 // feedback around each channel's short delay line, inverted wet mix.
+#include "dsp/delayline.h"
 #include "processor/modules/effectcommon.h"
 
-#include <array>
 #include <cstdint>
 
 namespace Norvell::Vantor {
@@ -29,15 +29,14 @@ struct FlangerState : EffectCore<kFlangerParamCount> {
     float wet = 0.0f;
     float dry = 1.0f;
 
-    std::array<float, kLineLength> bufL{};
-    std::array<float, kLineLength> bufR{};
-    int32_t w = 0;
+    dsp::DelayLine bufL; // count down; both always at the same position
+    dsp::DelayLine bufR;
     float phase = 0.0f; // sweep phase, -1..1
     float lastL = 0.0f; // previous delayed samples
     float lastR = 0.0f;
 };
 
-// Clears the effect's memory and marks it ready (construction only).
+// Allocates and clears the effect's memory and marks it ready (construction only).
 void Init(FlangerState& state);
 // Clears the effect's memory (all notes off).
 void Reset(FlangerState& state);

@@ -65,11 +65,13 @@ inline float Cube(float x) {
     return x * x * x;
 }
 
-void SetPreDelayLength(ReverbRing& p, int32_t length) {
-    if (length == p.length) return;
-    if (length > p.length) std::fill(p.data.begin(), p.data.begin() + length, 0.0f);
-    p.length = length;
-    if (p.pos >= length) p.pos %= length;
+void SetPreDelayLength(dsp::DelayLine& p, int32_t length) {
+    if (length == p.Length()) return;
+    const bool grows = length > p.Length();
+    const int32_t position = p.Position();
+    p.SetLength(length);
+    if (grows) p.Clear(); // a growing ring starts out silent over its whole extent
+    p.SetPosition(position >= length ? position % length : position);
 }
 
 } // namespace
@@ -80,7 +82,10 @@ int32_t ReverbPreDelayLength(float time) {
 }
 
 void Init(PlateReverbState& state) {
-    for (ReverbRing& r : state.ring) r.data.assign(kStorage, 0.0f);
+    for (int e = 0; e < S::kElementCount; ++e) {
+        state.ring[e].line.Allocate(kStorage);
+        state.ring[e].line.SetLength(kShapes[e].length);
+    }
     Reset(state);
     state.ready = true;
 }
@@ -89,10 +94,9 @@ void Reset(PlateReverbState& state) {
     for (int e = 0; e < S::kElementCount; ++e) {
         // Only a ring's first `length` samples are ever read (a growing
         // pre-delay clears its new extent itself).
-        ReverbRing& r = state.ring[e];
-        if (!r.data.empty()) std::fill(r.data.begin(), r.data.begin() + r.length, 0.0f);
-        r.length = kShapes[e].length;
-        r.pos = 0;
+        dsp::DelayLine& line = state.ring[e].line;
+        line.Clear();
+        if (line.Length() != kShapes[e].length) line.SetLength(kShapes[e].length);
     }
     state.bandState = state.dampL = state.dampR = 0.0f;
     // wetLevel carries on: the next sound comes in at the current level.
@@ -114,7 +118,7 @@ int32_t Process(PlateReverbState& state, Inputs in, uint64_t, Outputs out, uint6
     s.preForward = Cube(p[kReverbDiffusion]);
     s.preRecursion = Cube(0.9f * p[kReverbFeedback]);
     s.decayGain = p[kReverbDecay] * 0.65f;
-    SetPreDelayLength(s.ring[S::kP], ReverbPreDelayLength(p[kReverbTime]));
+    SetPreDelayLength(s.ring[S::kP].line, ReverbPreDelayLength(p[kReverbTime]));
     s.wetLevel = FlushTiny(s.wetLevel + (p[kReverbInGain] - s.wetLevel) * 0.05f);
     s.mix.SetTarget(p[kReverbDryWet]);
 

@@ -2,11 +2,11 @@
 // Plate reverb (effect type 6): a long all-pass pre-delay, four parallel
 // combs, four input diffusers and a figure-eight tank of two all-pass/delay
 // halves, read at seven taps per side. Runs in groups of four samples.
+#include "dsp/delayline.h"
 #include "dsp/smoother.h"
 #include "processor/modules/effectcommon.h"
 
 #include <cstdint>
-#include <vector>
 
 namespace Norvell::Vantor {
 
@@ -26,20 +26,15 @@ enum PlateReverbParam : size_t {
 // The write position moves 4 samples per group; the oldest group sits at it.
 struct ReverbRing {
     static constexpr int32_t kStorage = 131072;
-    std::vector<float> data;
-    int32_t length = 4;
-    int32_t pos = 0;
+    dsp::DelayLine line; // counts up, a group of 4 at a time
 
-    float* Oldest() { return data.data() + pos; }
-    void Advance() {
-        pos += 4;
-        if (pos >= length) pos = 0;
-    }
+    float* Oldest() { return line.Data() + line.Position(); }
+    void Advance() { line.Advance(4); }
     // Value written k - 4 samples before sample n of the group just written.
     float Tap(int32_t k, int32_t n) const {
-        int32_t i = pos + n - k;
-        if (i < 0) i += length;
-        return data[static_cast<size_t>(i)];
+        int32_t i = line.Position() + n - k;
+        if (i < 0) i += line.Length();
+        return line[i];
     }
 };
 

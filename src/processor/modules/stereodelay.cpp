@@ -27,6 +27,24 @@ constexpr std::array<float, 16> kSyncFactors = {
 using dsp::Clamp;
 using dsp::SoftSaturate;
 
+// Pi x 300 Hz: the feedback section's corner, 2 sin(pi fc / rate).
+constexpr float kSectionOmega = 942.47784f;
+// Fraction of the way the tempo followers move towards the host tempo per call.
+constexpr float kTempoFollow = 0.001f;
+// Shortest synced delay period: 2000 periods per second.
+constexpr float kMaxSyncRate = 2000.0f;
+// Feedback gains ramp to their new value over this many samples.
+constexpr int32_t kGainRamp = 32;
+// Feedback value 1 sets a gain of 1.6.
+constexpr float kFeedbackGain = 1.6f;
+// Input and recirculation level into the feedback section.
+constexpr float kFeedLevel = 0.6f;
+// Level scale of the written signal, normal and ping-pong routing.
+constexpr float kWriteLevel = 0.25f;
+constexpr float kPingPongWriteLevel = 0.0375f;
+// Share of the remaining read-position gap closed per sample.
+constexpr float kGlideRate = 0.005f;
+
 void ComputeDerived(StereoDelayState& s) {
     const auto& p = s.params;
     StereoDelayLine& l = s.line[0];
@@ -62,15 +80,15 @@ float DelaySyncFactor(float v) {
 }
 
 void Init(StereoDelayState& state) {
-    for (StereoDelayLine& l : state.line) l.buf.assign(kLen, 0.0f);
+    for (StereoDelayLine& l : state.line) l.buf.Allocate(kLen);
     Reset(state);
     state.ready = true;
 }
 
 void Reset(StereoDelayState& state) {
     for (StereoDelayLine& l : state.line) {
-        std::fill(l.buf.begin(), l.buf.end(), 0.0f);
-        l.write = l.base = 0;
+        l.buf.Clear();
+        l.base = 0;
         l.readPos = l.len = l.gain = l.band = l.low = l.prevFeed = 0.0f;
     }
     state.tempo1 = state.tempo2 = 120.0f;
@@ -101,8 +119,8 @@ int32_t Process(StereoDelayState& state, Inputs in, uint64_t, Outputs out, uint6
     const float down = nf / (2.0f * nf - 1.0f) - 1.0f;
 
     // Tempo followers.
-    s.tempo1 += (ctx.tempo - s.tempo1) * 0.001f;
-    s.tempo2 += (s.tempo1 - s.tempo2) * 0.001f;
+    s.tempo1 += (ctx.tempo - s.tempo1) * kTempoFollow;
+    s.tempo2 += (s.tempo1 - s.tempo2) * kTempoFollow;
 
     // Routing and delay targets.
     const bool pp = p[kDelayPingPong] > 0.0f;
@@ -114,7 +132,9 @@ int32_t Process(StereoDelayState& state, Inputs in, uint64_t, Outputs out, uint6
         tgtL = L.time;
         tgtR = pp ? R.time : (lk ? L.time : R.time);
     } else {
-        const auto period = [&](float f) { return sr / std::min(s.tempo2 * f / 60.0f, 2000.0f); };
+        const auto period = [&](float f) {
+            return sr / std::min(s.tempo2 * f / 60.0f, kMaxSyncRate);
+        };
         tgtL = period(L.factor);
         tgtR = pp ? period(R.factor) : (lk ? period(L.factor) : period(R.factor));
     }
@@ -123,13 +143,12 @@ int32_t Process(StereoDelayState& state, Inputs in, uint64_t, Outputs out, uint6
     tgtL = Clamp(tgtL, lo, hi);
     tgtR = Clamp(tgtR, lo, hi);
 
-    // Feedback gains ramp over 32 samples.
-    const float gainStepL = (L.fb * 1.6f - L.gain) / 32.0f;
-    const float gainStepR = (fbRsel * 1.6f - R.gain) / 32.0f;
+    const float ramp = static_cast<float>(kGainRamp);
+    const float gainStepL = (L.fb * kFeedbackGain - L.gain) / ramp;
+    const float gainStepR = (fbRsel * kFeedbackGain - R.gain) / ramp;
 
-    // Level scale and the 300 Hz section coefficient.
-    const float g = pp ? 0.0375f : 0.25f;
-    const float f = 2.0f * std::sin(942.47784f / sr);
+    const float g = pp ? kPingPongWriteLevel : kWriteLevel;
+    const float f = 2.0f * std::sin(kSectionOmega / sr);
     const float damping = p[kDelayDamping];
     const bool invert = p[kDelayPhaseInv] >= 0.5f;
 
@@ -145,8 +164,7 @@ int32_t Process(StereoDelayState& state, Inputs in, uint64_t, Outputs out, uint6
         const float a = line.readPos - static_cast<float>(ip);
         const int32_t i = (ip + line.base) % kLen;
         const int32_t i1 = i + 1 == kLen ? 0 : i + 1;
-        return (1.0f - a) * line.buf[static_cast<size_t>(i)] +
-               a * line.buf[static_cast<size_t>(i1)] + o;
+        return (1.0f - a) * line.buf[i] + a * line.buf[i1] + o;
     };
     const auto section = [f](StereoDelayLine& line, float x) {
         const float d = x - line.band;
@@ -157,8 +175,7 @@ int32_t Process(StereoDelayState& state, Inputs in, uint64_t, Outputs out, uint6
     const auto write = [&](StereoDelayLine& line, float cross, int32_t n) {
         const float m =
             ((off + line.band + 0.5f * cross) * damping * 0.9f + (1.0f - damping) * cross) * g;
-        const int32_t wi = (line.write + n) % kLen;
-        line.buf[static_cast<size_t>(wi)] = Clamp(SoftSaturate(m), -1.0f, 1.0f) * 2.0f / g;
+        line.buf.StoreAhead(n, Clamp(SoftSaturate(m), -1.0f, 1.0f) * 2.0f / g);
     };
 
     for (int32_t n = 0; n < frames; ++n) {
@@ -169,19 +186,19 @@ int32_t Process(StereoDelayState& state, Inputs in, uint64_t, Outputs out, uint6
         float cL;
         float cR;
         if (!pp) {
-            eL = (xl[n] + L.gain * sL) * 0.6f;
-            eR = (xr[n] + R.gain * sR) * 0.6f;
+            eL = (xl[n] + L.gain * sL) * kFeedLevel;
+            eR = (xr[n] + R.gain * sR) * kFeedLevel;
             cL = 0.5f * eL;
             cR = 0.5f * eR;
         } else {
-            eL = (xl[n] + xr[n] + L.gain * sL) * 0.6f;
-            eR = R.gain * sR * 0.6f;
-            cL = 0.6f * R.prevFeed;
-            cR = 0.6f * eL;
+            eL = (xl[n] + xr[n] + L.gain * sL) * kFeedLevel;
+            eR = R.gain * sR * kFeedLevel;
+            cL = kFeedLevel * R.prevFeed;
+            cR = kFeedLevel * eL;
         }
         L.prevFeed = eL;
         R.prevFeed = eR;
-        if (n < 32) {
+        if (n < kGainRamp) {
             L.gain += gainStepL;
             R.gain += gainStepR;
         }
@@ -195,10 +212,10 @@ int32_t Process(StereoDelayState& state, Inputs in, uint64_t, Outputs out, uint6
         outL[n] = m * sL + (1.0f - m) * xl[n];
         outR[n] = (1.0f - m) * xr[n] + m * sR;
 
-        const float dL = Clamp(gapL * 0.005f, down, up);
+        const float dL = Clamp(gapL * kGlideRate, down, up);
         gapL -= dL;
         L.readPos += 1.0f + dL;
-        const float dR = Clamp(gapR * 0.005f, down, up);
+        const float dR = Clamp(gapR * kGlideRate, down, up);
         gapR -= dR;
         R.readPos += 1.0f + dR;
     }
@@ -208,8 +225,8 @@ int32_t Process(StereoDelayState& state, Inputs in, uint64_t, Outputs out, uint6
     R.len = gapR + tgtR;
     for (StereoDelayLine& line : s.line) {
         line.readPos -= std::trunc(line.readPos);
-        line.write = (line.write + frames) % kLen;
-        line.base = (line.write - static_cast<int32_t>(line.len) + kLen) % kLen;
+        line.buf.Advance(frames);
+        line.base = (line.buf.Position() - static_cast<int32_t>(line.len) + kLen) % kLen;
     }
     return kProcessOk;
 }

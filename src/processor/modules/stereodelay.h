@@ -3,11 +3,11 @@
 // feedback through a 300 Hz state-variable section with a damping blend and a
 // soft clipper, optional ping-pong, linked times, an inverted right wet
 // signal, and a read pointer that glides to a new time instead of jumping.
+#include "dsp/delayline.h"
 #include "dsp/smoother.h"
 #include "processor/modules/effectcommon.h"
 
 #include <cstdint>
-#include <vector>
 
 namespace Norvell::Vantor {
 
@@ -33,8 +33,7 @@ float DelayTimeLaw(float v);
 float DelaySyncFactor(float v);
 
 struct StereoDelayLine {
-    std::vector<float> buf;
-    int32_t write = 0;
+    dsp::DelayLine buf;   // counts up: the call's samples are stored ahead of the position
     int32_t base = 0;     // read index of the call's first sample
     float readPos = 0.0f; // fractional read position relative to base
     float len = 0.0f;     // current delay (samples)

@@ -8,7 +8,7 @@ TEST(DubDelay, LimiterReleaseDependsOnFeedback) {
         Fx<DubDelayState> d({1.0f, 0.5f, feedback});
         d.Run(Impulse(32, 2.0f));
         EXPECT_NEAR(d.s->ch[0].env, 2.0f * std::pow(release, 31.0f), 1e-5f) << feedback;
-        EXPECT_NEAR(d.s->ch[0].buf[static_cast<size_t>(d.s->w + 31)], 1.0f, 1e-6f);
+        EXPECT_NEAR(d.s->ch[0].buf[d.s->ch[0].buf.Position() + 31], 1.0f, 1e-6f);
     }
 }
 

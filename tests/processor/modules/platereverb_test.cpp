@@ -8,7 +8,7 @@ TEST(PlateReverb, PreDelayLengths) { // trunc(time^2 x 131072), down to a multip
     for (auto [time, length] : {std::pair{1.0f, 131072}, {0.5f, 32768}, {0.01f, 12}, {0.0f, 4}}) {
         Fx<S> r({1, 0, 1, 0, 0.5f, 0, time});
         r.Run(Impulse(32));
-        EXPECT_EQ(r.s->ring[S::kP].length, length) << time;
+        EXPECT_EQ(r.s->ring[S::kP].line.Length(), length) << time;
     }
 }
 
@@ -17,7 +17,8 @@ TEST(PlateReverb, DecayZeroRemovesTheRecirculation) {
     Fx<S> r({1, 0, 1, 0, 0, 0, 0});
     EXPECT_GT(Peak(r.Run(Impulse(32 * 1000))), 1e-3f);
     for (int e : {S::kA2, S::kT2, S::kA4, S::kT4})
-        EXPECT_EQ(std::ranges::count(r.s->ring[e].data, 0.0f), r.s->ring[e].data.size()) << e;
+        EXPECT_EQ(std::ranges::count(r.s->ring[e].line.Samples(), 0.0f), r.s->ring[e].line.Samples().size())
+            << e;
 }
 
 TEST(PlateReverb, InGainZeroSilencesTheWetSignal) {
