@@ -27,6 +27,17 @@ class CLog : public CSingleton<CLog> {
     friend class CSingleton<CLog>;
 
 public:
+    // The process-wide instance with the singleton's lock held until the end
+    // of the full expression, so another thread cannot destroy the logger
+    // mid-call: CLog::Locked()->Print("...").
+    class Locked {
+    public:
+        CLog* operator->() const { return GetInstance(); }
+
+    private:
+        std::lock_guard<std::recursive_mutex> guard{Mutex()};
+    };
+
     void Configure(const std::string& confPath, const std::string& outputOverride);
     bool IsEnabled(const std::string& category, int level);
     void Log(const char* category, int level, const std::ostringstream& message);
@@ -74,8 +85,7 @@ private:
 // (any processor's destructor does) waits until the line is written.
 #define VANTOR_LOG(category, level, expr)                                                          \
     do {                                                                                           \
-        std::lock_guard<std::recursive_mutex> vantorLogGuard_(::Norvell::CLog::Mutex());           \
-        ::Norvell::CLog* vantorLog_ = ::Norvell::CLog::GetInstance();                              \
+        const ::Norvell::CLog::Locked vantorLog_;                                                  \
         if (vantorLog_->IsEnabled((category), (level))) {                                          \
             std::ostringstream vantorLogText_;                                                     \
             vantorLogText_ << expr;                                                                \

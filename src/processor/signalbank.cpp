@@ -9,8 +9,7 @@ namespace Norvell::Vantor {
 float* SignalBank::Allocate() {
     float* buffer = new (std::align_val_t(16), std::nothrow) float[kBufferLength]();
     if (buffer == nullptr) {
-        std::lock_guard<std::recursive_mutex> guard(CLog::Mutex());
-        CLog::GetInstance()->Print("NULL Ptr on allocation\n");
+        CLog::Locked()->Print("NULL Ptr on allocation\n");
         complete = false;
     } else {
         owned.push_back(buffer);

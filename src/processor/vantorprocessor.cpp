@@ -9,6 +9,8 @@
 
 #include <cmath>
 #include <cstring>
+#include <map>
+#include <tuple>
 
 namespace Norvell::Vantor {
 
@@ -56,10 +58,7 @@ void VantorProcessor::Construct() {
         std::string confPath = "../../../basictools/logger/log.conf";
         folder.clear();
         if (resources->FindFile("log.conf", folder)) confPath = folder + "log.conf";
-        {
-            std::lock_guard<std::recursive_mutex> guard(CLog::Mutex());
-            CLog::GetInstance()->Configure(confPath, "");
-        }
+        CLog::Locked()->Configure(confPath, "");
 
         modules = std::make_unique<Modules>(voiceState);
         signals = std::make_unique<SignalBank>();
@@ -120,6 +119,9 @@ void VantorProcessor::Construct() {
 }
 
 void VantorProcessor::BindParameters() {
+    // Voice links by (parameter, instance, voice); the first source of a key wins.
+    using LinkKey = std::tuple<std::string, std::string, uint32_t>;
+    std::map<LinkKey, std::pair<uint32_t, uint32_t>> links; // voice 0's id, own id
     std::map<std::tuple<std::string, uint32_t, std::string>, uint32_t> voice0Ids;
     for (uint32_t id = 0; id < paramSources.size(); ++id) {
         const Processor::ParamSource& source = paramSources[id];
@@ -141,11 +143,40 @@ void VantorProcessor::BindParameters() {
             voice0Ids[{source.param, index, type}] = id;
             continue;
         }
-        const VoiceLinkKey key{source.param, source.instance, voice};
-        if (voiceLinks.count(key) != 0) continue;
+        const LinkKey key{source.param, source.instance, voice};
+        if (links.count(key) != 0) continue;
         const auto found = voice0Ids.find({source.param, index, type});
-        voiceLinks[key] = {found == voice0Ids.end() ? 0u : found->second, id};
+        links[key] = {found == voice0Ids.end() ? 0u : found->second, id};
     }
+    presetModeLinks.reserve(links.size());
+    for (const auto& [key, ids] : links) {
+        const auto& [paramName, instanceName, voice] = key;
+        (void)voice;
+        const ParamSlot slot = FindParamSlot(instanceName, paramName);
+        if (slot.bound == nullptr) continue;
+        presetModeLinks.push_back(
+            {slot.bound, slot.id, Value(ids.second), Value(ids.first), ids.second});
+    }
+}
+
+VantorProcessor::ParamSlot VantorProcessor::FindParamSlot(const std::string& instanceName,
+                                                           const std::string& paramName) {
+    std::string type;
+    std::string number;
+    SplitInstanceName(instanceName, type, number);
+    int instance = 0;
+    try {
+        instance = XmlTools::StoI(number);
+    } catch (const std::exception&) {
+        return {};
+    }
+    const ModuleTypeInfo* typeInfo = FindModuleType(type);
+    if (typeInfo == nullptr || instance < 0 || instance >= typeInfo->instances) return {};
+    const int paramIndex = FindModuleParam(*typeInfo, paramName);
+    if (paramIndex < 0 || !modules) return {};
+    const ParamSlots slots = modules->SlotsOf(*typeInfo, instance);
+    if (static_cast<size_t>(paramIndex) >= slots.count) return {};
+    return {&slots.bound[paramIndex], &slots.ids[paramIndex]};
 }
 
 int32_t VantorProcessor::SetParamSrc(const std::string& instanceName, const std::string& paramName,
@@ -179,12 +210,10 @@ int32_t VantorProcessor::SetParamSrc(const std::string& instanceName, const std:
                                             << " has " << typeInfo->instances << " instances");
         return 3;
     }
-    const int paramIndex = FindModuleParam(*typeInfo, paramName);
-    if (paramIndex < 0 || !modules) return 3;
-    const ParamSlots slots = modules->SlotsOf(*typeInfo, instance);
-    if (static_cast<size_t>(paramIndex) >= slots.count) return 3;
-    slots.bound[paramIndex] = value;
-    slots.ids[paramIndex] = id;
+    const ParamSlot slot = FindParamSlot(instanceName, paramName);
+    if (slot.bound == nullptr) return 3;
+    *slot.bound = value;
+    *slot.id = id;
     return 0;
 }
 
@@ -336,11 +365,9 @@ void VantorProcessor::AllNotesOff() {
 }
 
 void VantorProcessor::SetPresetMode(bool on) {
-    VANTOR_LOG(kAudioEngine, LOG_WARNING, "Preset Mode change to " << (on ? 1 : 0));
-    for (const auto& [key, link] : voiceLinks) {
-        const auto& [paramName, instanceName, voice] = key;
-        (void)voice;
-        SetParamSrc(instanceName, paramName, link.ownId, Value(on ? link.ownId : link.voice0Id));
+    for (const PresetModeLink& link : presetModeLinks) {
+        *link.slot = on ? link.own : link.voice0;
+        *link.idSlot = link.ownId;
     }
 }
 

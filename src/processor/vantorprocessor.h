@@ -6,10 +6,8 @@
 #include "processor/modules/voices.h"
 #include "processor/processcontext.h"
 
-#include <map>
 #include <memory>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace Norvell::Vantor {
@@ -54,6 +52,12 @@ public:
     // Binds a module parameter: 0 bound, 3 not bound, 4 instance number not parsable.
     int32_t SetParamSrc(const std::string& instanceName, const std::string& paramName, uint32_t id,
                         const float* value);
+    // The binding slot of a module parameter; null members when there is none.
+    struct ParamSlot {
+        const float** bound = nullptr;
+        uint32_t* id = nullptr;
+    };
+    ParamSlot FindParamSlot(const std::string& instanceName, const std::string& paramName);
 
     // Engine internals, reachable for tests.
     void AllNotesOff();
@@ -91,9 +95,13 @@ private:
     void ReportHealing();
     float* Value(uint32_t id) const;
 
-    using VoiceLinkKey = std::tuple<std::string, std::string, uint32_t>;
-    struct VoiceLink {
-        uint32_t voice0Id;
+    // A voice's parameter slot that preset mode points at the voice's own
+    // value, and otherwise at voice 0's, resolved once at construction.
+    struct PresetModeLink {
+        const float** slot;
+        uint32_t* idSlot;
+        const float* own;
+        const float* voice0;
         uint32_t ownId;
     };
 
@@ -102,7 +110,7 @@ private:
 
     std::vector<Processor::ParamInfo> paramInfos;
     std::vector<Processor::ParamSource> paramSources;
-    std::map<VoiceLinkKey, VoiceLink> voiceLinks;
+    std::vector<PresetModeLink> presetModeLinks;
     std::vector<uint64_t> valueOffsets;
     std::vector<uint64_t> valueSizes;
     std::unique_ptr<uint8_t[]> valueStore;

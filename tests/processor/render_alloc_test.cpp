@@ -1,4 +1,5 @@
-// Rendering must never touch the heap: this program replaces the global
+// Rendering, and the parameter changes a host sends while it plays (preset
+// mode and panic among them), must never touch the heap: this program replaces the global
 // allocation functions and counts every allocation made while blocks render.
 #include "engine_harness.h"
 
@@ -72,6 +73,7 @@ TEST(RealTime, RenderingNeverAllocates) {
     const uint32_t fx0 = h.Id("effect0_selector");
     const uint32_t fx1 = h.Id("effect1_selector");
     const uint32_t panic = h.Id("panic");
+    const uint32_t presetMode = h.Id("presetmode");
     float left[32];
     float right[32];
     counting = true;
@@ -86,6 +88,7 @@ TEST(RealTime, RenderingNeverAllocates) {
             p.SetParam(fx1, ((block / 40 + 3) % 7 + 0.5f) / 7.0f);
         }
         if (block == 300) p.SetParam(panic, 1.0f);
+        if (block % 60 == 30) p.SetParam(presetMode, (block / 60) % 2 == 0 ? 0.0f : 1.0f);
         h.RenderBlock(left, right);
         const VantorValueChange* changes = nullptr;
         int32_t changeCount = 0;

@@ -211,6 +211,28 @@ TEST(ParameterRouting, PresetModeRepointsVoiceLinks) {
     EXPECT_FLOAT_EQ(*h.Processor().ModuleRegistry().envelopes[2].params.bound[1], 0.3f);
 }
 
+// Switching preset mode off and on again, any number of times, leaves every
+// voice reading what it read before: same sound as a processor never switched.
+TEST(ParameterRouting, PresetModeRoundTripsKeepTheSound) {
+    const auto play = [](int switches) {
+        EngineHarness h;
+        h.SetupModulatedPatch(false);
+        h.Set("presetmode", 1.0f);
+        h.Set("voice1_osc1_pulse-width", 0.2f);
+        h.Set("voice2_osc1_pulse-width", 0.7f);
+        for (int i = 0; i < switches; ++i) {
+            h.Set("presetmode", 0.0f);
+            h.Set("presetmode", 1.0f);
+        }
+        for (int key = 48; key < 60; key += 3) h.NoteOn(key);
+        return h.RenderBlocks(200);
+    };
+    const VantorTest::Stereo reference = play(0);
+    const VantorTest::Stereo switched = play(5);
+    EXPECT_EQ(switched.left, reference.left);
+    EXPECT_EQ(switched.right, reference.right);
+}
+
 TEST(BlockRender, ControllerRampsAndPitchbendStart) {
     EngineHarness h;
     h.Set("master_volume", 1.0f);
