@@ -18,11 +18,13 @@
  *          callable from the audio thread once per block.
  *   [ctl]  control thread only: may allocate, read files, log (the logger has
  *          its own lock) or take time proportional to the engine's size.
- * SetParam is [rt] for ordinary parameters. Three kinds of parameters are
- * heavy and belong on the control thread, or in a block the host can afford
- * to stretch: presetmode (re-binds every sound parameter and may log) and
- * allnotesoff, panic and presetloading (they clear the effect delay memories,
- * tens of megabytes).
+ * SetParam is [rt] for every parameter; presetmode only repoints bindings
+ * resolved at construction. allnotesoff, panic and presetloading also clear
+ * the effect delay memories: each clear zeroes only what the effects wrote
+ * since the previous one: nothing after a quiet stretch, but up to about
+ * 38 MB once every effect type has played long enough in both slots. A host
+ * on a tight period sends them from the control thread or in a block it can
+ * afford to stretch.
  *
  * This header is plain C so that hosts in C and C++ share it.
  */
