@@ -5,7 +5,8 @@ set -euo pipefail
 packages=(g++ cmake make pkg-config libgtest-dev libgmock-dev libbenchmark-dev librapidxml-dev
           libsndfile1-dev libcli11-dev nlohmann-json3-dev valgrind
           dpkg-dev file # dpkg-dev and file: the Debian package's dependencies (cpack)
-          clang libclang-rt-14-dev locales) # the fuzzers and the torture suite's locale row
+          clang libclang-rt-14-dev locales # the fuzzers and the torture suite's locale row
+          clang-format-14) # the format check: its major version is pinned, layouts differ between them
 # The plugin and the hosts its tests play it in; their recommended packages
 # (desktop session tools) are not needed.
 plugin_packages=(lv2-dev serdi sordi lilv-utils liblilv-dev jalv jackd2 jack-capture sox libjack-jackd2-dev ardour)

@@ -160,7 +160,7 @@ void VantorProcessor::BindParameters() {
 }
 
 VantorProcessor::ParamSlot VantorProcessor::FindParamSlot(const std::string& instanceName,
-                                                           const std::string& paramName) {
+                                                          const std::string& paramName) {
     std::string type;
     std::string number;
     SplitInstanceName(instanceName, type, number);

@@ -103,8 +103,7 @@ TEST(BlockProcessor, AnyHostBlockSizeMatchesTheEngineLoopExactly) {
         Engine engine(VANTOR_ENGINE_DIR "/vantorengine.so");
         engine.Start(float(rate));
         const ParamDirectory params = engine.ReadParams();
-        for (const auto& v : ResolvePreset(
-                 ReadPreset(VANTOR_PRESET_DIR "/init.json"), params))
+        for (const auto& v : ResolvePreset(ReadPreset(VANTOR_PRESET_DIR "/init.json"), params))
             engine.SetParam(v.id, v.value);
         engine.SetParam(*params.Find("voice1_osc1_noise-on"), 1.0f); // draws on the seed
         const ControlIds controls = ControlIds::From(params);

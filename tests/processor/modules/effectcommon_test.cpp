@@ -19,11 +19,17 @@ struct Per {
     static V Of(FlangerState*) { return {.5f, .5f, 1, .5f}; }
     static V Of(ChorusState*) { return {1, .5f, .5f, .5f, .5f}; }
     static V Of(PlateReverbState*) { return {1, .3f, .8f, .6f, .9f, .6f, .1f}; }
-    static Mem Lines(const StereoDelayState& s) { return {s.line[0].buf.Samples(), s.line[1].buf.Samples()}; }
+    static Mem Lines(const StereoDelayState& s) {
+        return {s.line[0].buf.Samples(), s.line[1].buf.Samples()};
+    }
     static Mem Lines(const DualPhaserState& s) { return {s.section[0].stage, s.section[1].stage}; }
-    static Mem Lines(const DubDelayState& s) { return {s.ch[0].buf.Samples(), s.ch[1].buf.Samples()}; }
+    static Mem Lines(const DubDelayState& s) {
+        return {s.ch[0].buf.Samples(), s.ch[1].buf.Samples()};
+    }
     static Mem Lines(const FlangerState& s) { return {s.bufL.Samples(), s.bufR.Samples()}; }
-    static Mem Lines(const ChorusState& s) { return {s.line[0].store.Samples(), s.line[1].store.Samples()}; }
+    static Mem Lines(const ChorusState& s) {
+        return {s.line[0].store.Samples(), s.line[1].store.Samples()};
+    }
     static Mem Lines(const PlateReverbState& s) {
         Mem m;
         for (const ReverbRing& r : s.ring) m.emplace_back(r.line.Samples());

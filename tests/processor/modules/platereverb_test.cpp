@@ -17,7 +17,8 @@ TEST(PlateReverb, DecayZeroRemovesTheRecirculation) {
     Fx<S> r({1, 0, 1, 0, 0, 0, 0});
     EXPECT_GT(Peak(r.Run(Impulse(32 * 1000))), 1e-3f);
     for (int e : {S::kA2, S::kT2, S::kA4, S::kT4})
-        EXPECT_EQ(std::ranges::count(r.s->ring[e].line.Samples(), 0.0f), r.s->ring[e].line.Samples().size())
+        EXPECT_EQ(std::ranges::count(r.s->ring[e].line.Samples(), 0.0f),
+                  r.s->ring[e].line.Samples().size())
             << e;
 }
 
