@@ -35,7 +35,7 @@ inline void Follow(float& value, float target, float smooth) {
     value = FlushTiny(value + (target - value) * smooth);
 }
 
-void ComputeDerived(ChorusState& s, float sampleRate) {
+void Derive(ChorusState& s, float sampleRate) {
     const auto& p = s.params;
     s.voices = ChorusVoiceCount(p[kChorusType]);
     s.stereoRate = p[kChorusStereoRate] * 1.5f;
@@ -76,11 +76,9 @@ void Reset(ChorusState& state) {
 
 int32_t Process(ChorusState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
-    bool recompute = false;
-    const int32_t status = state.Begin(in, out, ctx, recompute, true); // 0..1 controls
-    if (status != kProcessOk) return status;
     ChorusState& s = state;
-    if (recompute) ComputeDerived(s, ctx.sampleRate);
+    const int32_t status = s.Begin(s, in, out, ctx, Derive);
+    if (status != kProcessOk) return status;
 
     const auto& p = s.params;
     const auto& table = SweepTable();

@@ -81,7 +81,8 @@ float RunStages(PhaserSection& ph, float u) {
     return u;
 }
 
-void ComputeDerived(DualPhaserState& s) {
+void Derive(DualPhaserState& s, float sampleRate) {
+    s.mix.SetSampleRate(sampleRate);
     const auto& p = s.params;
     s.section[0].freeRate = PhaserFreeRate(p[kPhaserRate1]);
     s.section[1].freeRate = PhaserFreeRate(p[kPhaserRate2]);
@@ -124,12 +125,9 @@ void Reset(DualPhaserState& state) {
 
 int32_t Process(DualPhaserState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
-    bool recompute = false;
-    const int32_t status = state.Begin(in, out, ctx, recompute, true); // 0..1 controls
-    if (status != kProcessOk) return status;
     DualPhaserState& s = state;
-    s.mix.SetSampleRate(ctx.sampleRate);
-    if (recompute) ComputeDerived(s);
+    const int32_t status = s.Begin(s, in, out, ctx, Derive);
+    if (status != kProcessOk) return status;
 
     const auto& p = s.params;
     PhaserSection& ph1 = s.section[0];

@@ -13,7 +13,7 @@ constexpr int32_t kBufMax = DubDelayState::kBufMax;
 constexpr int kModulationInterval = 100;
 constexpr float kPhasePerUpdate = 628.31854f;
 
-void ComputeDerived(DubDelayState& s, float sampleRate) {
+void Derive(DubDelayState& s, float sampleRate) {
     const auto& p = s.params;
     s.delaySamples = sampleRate * (0.988f * p[kDubDelayTime] + 0.012f);
     s.depthSamples = p[kDubDelayLfoDepth] * 0.049f * s.delaySamples;
@@ -65,15 +65,11 @@ void Reset(DubDelayState& state) {
 
 int32_t Process(DubDelayState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
-    bool recompute = false;
-    const int32_t status = state.Begin(in, out, ctx, recompute);
-    if (status != kProcessOk) return status;
-    // The mix is a 0..1 control (feedback may be negative, the mix may not).
-    float& mix = state.params.values[kDubDelayDryWet];
-    mix = std::clamp(mix, 0.0f, 1.0f);
-    if (recompute) ComputeDerived(state, ctx.sampleRate);
-
     DubDelayState& s = state;
+    // Only the mix is a 0..1 control: the feedback may be negative.
+    const int32_t status = s.Begin(s, in, out, ctx, Derive, kDubDelayDryWet);
+    if (status != kProcessOk) return status;
+
     const float* x[2] = {in[0], in[1]};
     float* y[2] = {out[0], out[1]};
     int counter = 0; // the first update comes with the call's first sample

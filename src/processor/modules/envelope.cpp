@@ -57,19 +57,8 @@ const TimeTable kReleaseTable = TimeTable::FromBreakpoints({{0, 0.006f},
 
 using dsp::Clamp01;
 
-void TakeParams(EnvelopeState& s) {
+void Derive(EnvelopeState& s) {
     const auto& p = s.params;
-    s.delayValue = p[kEnvDelay];
-    s.attackValue = p[kEnvAttack];
-    s.decayValue = p[kEnvDecay];
-    s.sustainValue = p[kEnvSustain];
-    s.releaseValue = p[kEnvRelease];
-    s.ampValue = p[kEnvAmp];
-    s.resetValue = p[kEnvReset];
-    s.freerunValue = p[kEnvFreerun];
-    s.dadrValue = p[kEnvDadr];
-    s.singleTrigValue = p[kEnvSingleTrig];
-    s.gatedTrigValue = p[kEnvGatedLfoTrig];
     s.lfoTrigOn = p[kEnvLfoTrig] > 0.0f ? 1 : 0;
     s.triggerIndex = static_cast<uint32_t>(StepIndex(p[kEnvLfoId], 6.0f, 5));
 }
@@ -121,13 +110,13 @@ int32_t Process(EnvelopeState& s, Inputs in, uint64_t, Outputs out, uint64_t,
     const int32_t v = s.voiceIndex;
     const bool known = v >= 0 && v < kVoiceCount;
     // Ungated LFO triggering replaces the keyboard gate by an open one.
-    const bool gate =
-        (known && HasVoice(voices->gateVoices, v)) || (s.lfoTrigOn && s.gatedTrigValue == 0.0f);
+    const bool gate = (known && HasVoice(voices->gateVoices, v)) ||
+                      (s.lfoTrigOn && s.params[kEnvGatedLfoTrig] == 0.0f);
     const bool active = known && HasVoice(voices->activeVoices, v);
     const bool trigger = known && HasVoice(voices->triggerVoices, v);
     const bool releaseEvent = known && HasVoice(voices->releaseVoices, v);
 
-    if (s.params.Refresh()) TakeParams(s);
+    if (s.params.Refresh()) Derive(s);
 
     if (out == nullptr || out[0] == nullptr) return kProcessMissing;
     float* y = out[0];
@@ -137,14 +126,14 @@ int32_t Process(EnvelopeState& s, Inputs in, uint64_t, Outputs out, uint64_t,
         return kProcessOk;
     }
 
-    if (!gate && s.freerunValue < 1.0f) {
+    if (!gate && s.params[kEnvFreerun] < 1.0f) {
         if (s.stage != kStageRelease) s.releaseStartPending = 1;
         s.stage = kStageRelease;
     }
     if (trigger) {
         if (releaseEvent || s.prevGate != static_cast<uint8_t>(gate)) {
             s.stage = kStageDelay; // from the current level
-        } else if (s.resetValue > 0.0f || s.singleTrigValue > 0.0f) {
+        } else if (s.params[kEnvReset] > 0.0f || s.params[kEnvSingleTrig] > 0.0f) {
             s.stage = kStageRelease;
             s.fastRelease = 1;
         }
@@ -160,12 +149,13 @@ int32_t Process(EnvelopeState& s, Inputs in, uint64_t, Outputs out, uint64_t,
         mod[i] = in != nullptr && in[i] != nullptr ? in[i] : kSilentBlock;
     const float sampleRate = ctx.sampleRate;
     const double samplePeriod = 1.0 / static_cast<double>(sampleRate);
-    auto amp = [&] { return Clamp01(s.ampValue + *mod[kEnvInAmp]++); };
+    auto amp = [&] { return Clamp01(s.params[kEnvAmp] + *mod[kEnvInAmp]++); };
 
     for (int n = 0; n < kBlockSize; ++n) {
         if (s.lfoTrigOn && s.triggerCursor != nullptr) {
             const float x = *s.triggerCursor++;
-            const bool armed = (s.gatedTrigValue > 0.0f && gate) || s.gatedTrigValue == 0.0f;
+            const bool armed =
+                (s.params[kEnvGatedLfoTrig] > 0.0f && gate) || s.params[kEnvGatedLfoTrig] == 0.0f;
             if (armed && x > 0.0f && s.prevTriggerSample <= 0.0f) {
                 s.stage = kStageRelease;
                 s.fastRelease = 1;
@@ -188,15 +178,15 @@ int32_t Process(EnvelopeState& s, Inputs in, uint64_t, Outputs out, uint64_t,
             s.delayElapsed = 0.0;
             const float m = *mod[kEnvInAttack]++;
             if (m <= s.attackHoldThreshold)
-                s.level +=
-                    1.0f / (kAttackTable.Lookup(Clamp01(s.attackValue + 3.0f * m)) * sampleRate);
+                s.level += 1.0f / (kAttackTable.Lookup(Clamp01(s.params[kEnvAttack] + 3.0f * m)) *
+                                   sampleRate);
             y[n] = s.level * amp();
             if (s.level >= 1.0f) {
                 s.level = 1.0f;
-                if (s.sustainValue == 1.0f) {
+                if (s.params[kEnvSustain] == 1.0f) {
                     s.stage = kStageSustain;
                 } else {
-                    StartSegment(s, 1.0f, s.sustainValue);
+                    StartSegment(s, 1.0f, s.params[kEnvSustain]);
                     s.stage = kStageDecay;
                 }
             }
@@ -204,23 +194,24 @@ int32_t Process(EnvelopeState& s, Inputs in, uint64_t, Outputs out, uint64_t,
         }
         case kStageDecay: {
             const float m = *mod[kEnvInDecay]++;
-            AdvanceSegment(s, kDecayTable.Lookup(Clamp01(s.decayValue + 3.0f * m)) * sampleRate);
+            AdvanceSegment(s, kDecayTable.Lookup(Clamp01(s.params[kEnvDecay] + 3.0f * m)) *
+                                  sampleRate);
             y[n] = s.level * amp();
             if (s.segmentDone) s.stage = kStageSustain;
             break;
         }
         case kStageSustain:
-            if (s.sustainValue == 0.0f) {
+            if (s.params[kEnvSustain] == 0.0f) {
                 s.level = 0.0f;
                 s.stage = kStageRelease;
                 amp();
                 y[n] = 0.0f;
-            } else if ((s.freerunValue > 0.0f && !gate) || s.dadrValue > 0.0f) {
+            } else if ((s.params[kEnvFreerun] > 0.0f && !gate) || s.params[kEnvDadr] > 0.0f) {
                 s.releaseStartPending = 1;
                 s.stage = kStageRelease;
                 y[n] = s.level * amp();
             } else {
-                s.level = s.sustainValue; // follows a change of sustain at once
+                s.level = s.params[kEnvSustain]; // follows a change of sustain at once
                 y[n] = s.level * amp();
             }
             break;
@@ -245,8 +236,8 @@ int32_t Process(EnvelopeState& s, Inputs in, uint64_t, Outputs out, uint64_t,
             }
             if (s.level == 0.0f) return EndContour(s, y, n);
             const float m = *mod[kEnvInRelease]++;
-            AdvanceSegment(s,
-                           kReleaseTable.Lookup(Clamp01(s.releaseValue + 3.0f * m)) * sampleRate);
+            AdvanceSegment(s, kReleaseTable.Lookup(Clamp01(s.params[kEnvRelease] + 3.0f * m)) *
+                                  sampleRate);
             if (s.segmentDone) return EndContour(s, y, n);
             y[n] = s.level * amp();
             break;

@@ -8,7 +8,7 @@ namespace {
 
 constexpr int32_t kMask = FlangerState::kMask;
 
-void ComputeDerived(FlangerState& s, float sampleRate) {
+void Derive(FlangerState& s, float sampleRate) {
     const auto& p = s.params;
     const float rateHz = std::pow(10.0f, 3.0f * p[kFlangerRate] - 2.0f);
     s.increment = 2.0f * rateHz / sampleRate;
@@ -48,11 +48,9 @@ void Reset(FlangerState& state) {
 
 int32_t Process(FlangerState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
-    bool recompute = false;
-    const int32_t status = state.Begin(in, out, ctx, recompute, true); // 0..1 controls
-    if (status != kProcessOk) return status;
     FlangerState& s = state;
-    if (recompute) ComputeDerived(s, ctx.sampleRate);
+    const int32_t status = s.Begin(s, in, out, ctx, Derive);
+    if (status != kProcessOk) return status;
 
     const float* xl = in[0];
     const float* xr = in[1];

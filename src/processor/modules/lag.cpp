@@ -60,7 +60,7 @@ constexpr float kKeyStep = 1.0f / 127.0f;
 void Exponential(LagState& s, const float* x, const float* mod, float* out) {
     const dsp::BreakpointTable<64>& table = LagExponentialTable();
     for (int n = 0; n < kBlockSize; ++n) {
-        const float time = table.Lookup(dsp::InputOr0(mod, n) + s.expRate);
+        const float time = table.Lookup(dsp::InputOr0(mod, n) + s.params[kLagRate]);
         const float k = s.invSampleRate / (0.2f * time + s.invSampleRate);
         s.expState += k * (static_cast<double>(x[n]) - s.expState);
         if (std::fabs(s.expState) < 1e-30) s.expState = 0.0; // no subnormals
@@ -72,7 +72,7 @@ void Exponential(LagState& s, const float* x, const float* mod, float* out) {
 void Linear(LagState& s, const float* x, const float* mod, float sampleRate, float* out) {
     const dsp::BreakpointTable<64>& table = LagLinearTable();
     for (int n = 0; n < kBlockSize; ++n) {
-        const float samples = table.Lookup(dsp::InputOr0(mod, n) + s.linRate) * sampleRate;
+        const float samples = table.Lookup(dsp::InputOr0(mod, n) + s.params[kLagRate]) * sampleRate;
         const float direction =
             static_cast<double>(x[n]) - s.linState >= 0.0 ? kKeyStep : -kKeyStep;
         s.linStep = direction / samples;
@@ -86,7 +86,7 @@ void EqualTime(LagState& s, const float* x, const float* mod, float sampleRate, 
                float* out) {
     const dsp::BreakpointTable<64>& table = LagEqualTimeTable();
     for (int n = 0; n < kBlockSize; ++n) {
-        const float samples = table.Lookup(dsp::InputOr0(mod, n) + s.equalRate) * sampleRate;
+        const float samples = table.Lookup(dsp::InputOr0(mod, n) + s.params[kLagRate]) * sampleRate;
         if (x[n] != s.equalTarget || triggered) {
             s.equalTarget = x[n];
             s.equalDelta = static_cast<float>(static_cast<double>(x[n]) - s.linState);
@@ -103,6 +103,17 @@ void EqualTime(LagState& s, const float* x, const float* mod, float sampleRate, 
     }
 }
 
+void Derive(LagState& s) {
+    const ParamRecord<kLagParamCount>& p = s.params;
+    s.inputIndex = s.selectableInputs > 0
+                       ? StepIndex(p[kLagInputSelector], static_cast<float>(s.selectableInputs),
+                                   s.selectableInputs - 1)
+                       : 0;
+    s.linearOn = p[kLagIsLinear] > 0.0f ? 1 : 0;
+    s.equalTimeOn = s.linearOn != 0 && p[kLagEqualTime] > 0.0f ? 1 : 0;
+    s.legatoOn = p[kLagLegato] > 0.0f ? 1 : 0;
+}
+
 } // namespace
 
 void Init(LagState& state, int32_t voiceIndex) {
@@ -114,16 +125,7 @@ void Init(LagState& state, int32_t voiceIndex) {
 }
 
 void RefreshParams(LagState& s) {
-    if (!s.params.Refresh()) return;
-    const ParamRecord<kLagParamCount>& p = s.params;
-    s.inputIndex = s.selectableInputs > 0
-                       ? StepIndex(p[kLagInputSelector], static_cast<float>(s.selectableInputs),
-                                   s.selectableInputs - 1)
-                       : 0;
-    s.expRate = s.linRate = s.equalRate = p[kLagRate];
-    s.linearOn = p[kLagIsLinear] > 0.0f ? 1 : 0;
-    s.equalTimeOn = s.linearOn != 0 && p[kLagEqualTime] > 0.0f ? 1 : 0;
-    s.legatoOn = p[kLagLegato] > 0.0f ? 1 : 0;
+    if (s.params.Refresh()) Derive(s);
 }
 
 int32_t Process(LagState& s, Inputs in, uint64_t, Outputs out, uint64_t,

@@ -37,9 +37,6 @@ struct LagState {
     // The glide states accumulate tiny steps, so they are kept in double.
     double expState = 0.0;
     double linState = 0.0; // linear and equal-time modes
-    float expRate = 0.0f;
-    float linRate = 0.0f;
-    float equalRate = 0.0f;
     float equalStep = 0.0f;
     float equalTarget = 0.0f;
     float equalDelta = 0.0f;

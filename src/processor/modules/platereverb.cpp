@@ -74,6 +74,18 @@ void SetPreDelayLength(dsp::DelayLine& p, int32_t length) {
     p.SetPosition(position >= length ? position % length : position);
 }
 
+void Derive(PlateReverbState& s, float sampleRate) {
+    const auto& p = s.params;
+    s.mix.SetSampleRate(sampleRate);
+    s.damping = p[kReverbDamping];
+    s.bandwidth = p[kReverbBrightness];
+    s.preForward = Cube(p[kReverbDiffusion]);
+    s.preRecursion = Cube(0.9f * p[kReverbFeedback]);
+    s.decayGain = p[kReverbDecay] * 0.65f;
+    SetPreDelayLength(s.ring[S::kP].line, ReverbPreDelayLength(p[kReverbTime]));
+    s.mix.SetTarget(p[kReverbDryWet]);
+}
+
 } // namespace
 
 int32_t ReverbPreDelayLength(float time) {
@@ -101,26 +113,15 @@ void Reset(PlateReverbState& state) {
     state.bandState = state.dampL = state.dampR = 0.0f;
     // wetLevel carries on: the next sound comes in at the current level.
     state.mix.Jump(state.params[kReverbDryWet]);
+    state.InvalidateDerived(); // restores the pre-delay's length
 }
 
 int32_t Process(PlateReverbState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
-    bool recompute = false;
-    const int32_t status = state.Begin(in, out, ctx, recompute, true); // 0..1 controls
-    if (status != kProcessOk) return status;
     S& s = state;
-    const auto& p = s.params;
-
-    // Derived values, every call.
-    s.mix.SetSampleRate(ctx.sampleRate);
-    s.damping = p[kReverbDamping];
-    s.bandwidth = p[kReverbBrightness];
-    s.preForward = Cube(p[kReverbDiffusion]);
-    s.preRecursion = Cube(0.9f * p[kReverbFeedback]);
-    s.decayGain = p[kReverbDecay] * 0.65f;
-    SetPreDelayLength(s.ring[S::kP].line, ReverbPreDelayLength(p[kReverbTime]));
-    s.wetLevel = FlushTiny(s.wetLevel + (p[kReverbInGain] - s.wetLevel) * 0.05f);
-    s.mix.SetTarget(p[kReverbDryWet]);
+    const int32_t status = s.Begin(s, in, out, ctx, Derive);
+    if (status != kProcessOk) return status;
+    s.wetLevel = FlushTiny(s.wetLevel + (s.params[kReverbInGain] - s.wetLevel) * 0.05f);
 
     ReverbRing* e = s.ring;
     const float* xl = in[0];

@@ -65,7 +65,7 @@ struct PlateReverbState : EffectCore<kReverbParamCount> {
     };
     ReverbRing ring[kElementCount];
 
-    // Values of this call.
+    // Derived values.
     float damping = 0.0f;
     float bandwidth = 0.0f;
     float preForward = 0.0f;   // diffusion^3

@@ -23,19 +23,26 @@ const dsp::BreakpointTable<64>& RampTimeTable() {
     return table;
 }
 
-void Init(RampState& state, int32_t voiceIndex) {
-    state.voiceIndex = voiceIndex;
-    RefreshParams(state);
-}
+namespace {
 
-void RefreshParams(RampState& s) {
-    if (!s.params.Refresh()) return;
+void Derive(RampState& s) {
     const ParamRecord<kRampParamCount>& p = s.params;
     s.rampTime = RampTimeTable().Lookup(p[kRampRate]);
     s.singleTrigger = std::trunc(p[kRampRetrigMode]) == 0.0f ? 1 : 0;
     s.lfoTrigOn = p[kRampLfoTrigOn] != 0.0f ? 1 : 0;
     s.triggerIndex = static_cast<uint32_t>(StepIndex(p[kRampLfoTrigId], 6.0f, 5));
     s.gatedOn = p[kRampGated] != 0.0f ? 1 : 0;
+}
+
+} // namespace
+
+void Init(RampState& state, int32_t voiceIndex) {
+    state.voiceIndex = voiceIndex;
+    RefreshParams(state);
+}
+
+void RefreshParams(RampState& s) {
+    if (s.params.Refresh()) Derive(s);
 }
 
 int32_t Process(RampState& s, Inputs in, uint64_t, Outputs out, uint64_t,

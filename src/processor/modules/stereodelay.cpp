@@ -45,7 +45,8 @@ constexpr float kPingPongWriteLevel = 0.0375f;
 // Share of the remaining read-position gap closed per sample.
 constexpr float kGlideRate = 0.005f;
 
-void ComputeDerived(StereoDelayState& s) {
+void Derive(StereoDelayState& s, float sampleRate) {
+    s.mix.SetSampleRate(sampleRate);
     const auto& p = s.params;
     StereoDelayLine& l = s.line[0];
     StereoDelayLine& r = s.line[1];
@@ -98,12 +99,9 @@ void Reset(StereoDelayState& state) {
 
 int32_t Process(StereoDelayState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
-    bool recompute = false;
-    const int32_t status = state.Begin(in, out, ctx, recompute, true); // 0..1 controls
-    if (status != kProcessOk) return status;
     StereoDelayState& s = state;
-    s.mix.SetSampleRate(ctx.sampleRate);
-    if (recompute) ComputeDerived(s);
+    const int32_t status = s.Begin(s, in, out, ctx, Derive);
+    if (status != kProcessOk) return status;
 
     const auto& p = s.params;
     StereoDelayLine& L = s.line[0];

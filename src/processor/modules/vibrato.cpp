@@ -20,20 +20,20 @@ const float* PickInput(Inputs in, float selector) {
 
 float Rate(const VibratoState& s, const dsp::BreakpointTable<64>& table, const float* speedIn,
            int n) {
-    float speed = s.speedValue;
+    float speed = s.params[kVibSpeed];
     if (speedIn != nullptr) speed += speedIn[n] * s.speedModAmount;
     return table.Lookup(speed); // the lookup clamps to 0..1
 }
 
 float Amplified(const VibratoState& s, const float* ampIn, int n, float w) {
     if (ampIn != nullptr)
-        return dsp::Clamp(2.0f * s.ampModAmount * ampIn[n] + s.ampValue, -1.0f, 1.0f) * w;
-    return w * s.ampValue;
+        return dsp::Clamp(2.0f * s.ampModAmount * ampIn[n] + s.params[kVibAmp], -1.0f, 1.0f) * w;
+    return w * s.params[kVibAmp];
 }
 
 void RandomWave(VibratoState& s, dsp::RandomSteps& steps, const float* speedIn, const float* ampIn,
                 bool fast, float sampleRate, float* out0) {
-    const bool soften = s.lagValue == 1.0f;
+    const bool soften = s.params[kVibLag] == 1.0f;
     const double timeStep = 1.0f / sampleRate;
     const dsp::BreakpointTable<64>& table = dsp::LfoSpeedTable();
     for (int n = 0; n < kBlockSize; ++n) {
@@ -46,7 +46,7 @@ void RandomWave(VibratoState& s, dsp::RandomSteps& steps, const float* speedIn, 
 
 void PeriodicWaves(VibratoState& s, const float* speedIn, const float* ampIn, float sampleRate,
                    float* out0, float* out1) {
-    const bool soften = s.lagValue == 1.0f;
+    const bool soften = s.params[kVibLag] == 1.0f;
     // Waves 4 and above that are not exactly 4.0 or 5.0 write nothing.
     const int32_t wave =
         s.waveSelect > -1.0f && s.waveSelect < 4.0f ? static_cast<int32_t>(s.waveSelect) : 4;
@@ -61,7 +61,7 @@ void PeriodicWaves(VibratoState& s, const float* speedIn, const float* ampIn, fl
         case 1:
             // Without an amplitude source the rising saw is shifted down by 0.5.
             out0[n] = ampIn != nullptr ? Amplified(s, ampIn, n, s.shape.phaseOut)
-                                       : (s.shape.phaseOut - 0.5f) * s.ampValue;
+                                       : (s.shape.phaseOut - 0.5f) * s.params[kVibAmp];
             break;
         case 2: out0[n] = Amplified(s, ampIn, n, s.shape.fallingSawValue); break;
         case 3: out0[n] = Amplified(s, ampIn, n, s.shape.squareValue); break;
@@ -69,6 +69,15 @@ void PeriodicWaves(VibratoState& s, const float* speedIn, const float* ampIn, fl
         }
         out1[n] = s.shape.phaseOut;
     }
+}
+
+void Derive(VibratoState& s) {
+    const ParamRecord<kVibParamCount>& p = s.params;
+    s.waveSelect = p[kVibWave] * 5.0f;
+    s.speedModAmount = 2.0f * p[kVibSpeedMod] - 1.0f;
+    s.ampModAmount = 2.0f * p[kVibAmpMod] - 1.0f;
+    s.ampSource = p[kVibAmpSrc] * 3.0f;
+    s.speedSource = p[kVibSpeedSrc] * 3.0f;
 }
 
 } // namespace
@@ -79,16 +88,7 @@ void Init(VibratoState& state) {
 }
 
 void RefreshParams(VibratoState& s) {
-    if (!s.params.Refresh()) return;
-    const ParamRecord<kVibParamCount>& p = s.params;
-    s.speedValue = p[kVibSpeed];
-    s.waveSelect = p[kVibWave] * 5.0f;
-    s.ampValue = p[kVibAmp];
-    s.lagValue = p[kVibLag];
-    s.speedModAmount = 2.0f * p[kVibSpeedMod] - 1.0f;
-    s.ampModAmount = 2.0f * p[kVibAmpMod] - 1.0f;
-    s.ampSource = p[kVibAmpSrc] * 3.0f;
-    s.speedSource = p[kVibSpeedSrc] * 3.0f;
+    if (s.params.Refresh()) Derive(s);
 }
 
 int32_t Process(VibratoState& s, Inputs in, uint64_t, Outputs out, uint64_t,

@@ -28,10 +28,7 @@ inline constexpr float kVibratoFastRandomRate = 141.84f;
 
 struct VibratoState {
     ParamRecord<kVibParamCount> params;
-    float speedValue = 0.0f;
-    float waveSelect = 0.0f; // wave * 5; exactly 4.0 and 5.0 are the random waves
-    float ampValue = 0.0f;
-    float lagValue = 0.0f;
+    float waveSelect = 0.0f;     // wave * 5; exactly 4.0 and 5.0 are the random waves
     float speedModAmount = 0.0f; // 2 * speed_mod - 1
     float ampModAmount = 0.0f;   // 2 * amp_mod - 1
     float ampSource = 0.0f;      // amp_src * 3; exactly 1, 2 or 3 picks an input
@@ -44,7 +41,8 @@ struct VibratoState {
 };
 
 void Init(VibratoState& state);
-// Run by the block render once per block before Process.
+// Run by the block render once per block before Process: takes changed
+// parameters and derives from them.
 void RefreshParams(VibratoState& state);
 // Inputs: mod wheel, sustain pedal, aftertouch. Outputs: vibrato signal,
 // trigger signal. Always 32 samples.
