@@ -1,3 +1,4 @@
+#include "module_rig.h"
 #pragma once
 // Drives an effect module directly, in 32-sample blocks, with hand-made stereo signals.
 #include "processor/processcontext.h"
@@ -9,6 +10,7 @@
 #include <vector>
 
 using namespace Norvell::Vantor;
+using VantorTest::BindAll;
 
 struct Signal {
     std::vector<float> left, right;
@@ -48,7 +50,7 @@ template <typename State> struct Fx {
     explicit Fx(const std::vector<float>& values, float dryWet = 1.0f) {
         std::ranges::copy(values, knob.get()), knob[N - 1] = dryWet;
         std::copy_n(knob.get(), N, s->params.values);
-        for (size_t i = 0; i < N; ++i) s->params.bound[i] = &knob[i];
+        BindAll(s->params, knob.get());
         Init(*s);
     }
     Signal Run(Signal x, const ProcessContext& ctx = Context()) {

@@ -1,10 +1,12 @@
 #include "engine_harness.h"
+#include "module_rig.h"
 #include "processor/modules/envelope.h"
 #include "processor/signalbank.h"
 #include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 using namespace Norvell::Vantor;
+using VantorTest::BindAll;
 int First(const std::vector<float>& v, size_t i, float lo, float hi) { // first in [lo, hi]
     while (i < v.size() && !(lo <= v[i] && v[i] <= hi)) ++i;
     return static_cast<int>(i);
@@ -14,7 +16,7 @@ struct EnvelopeTest : ::testing::Test { // Play: a new envelope with these value
     std::vector<float> Play(long blocks, std::initializer_list<std::pair<int, float>> set,
                             bool key = true) {
         env = EnvelopeState{}, voices = VoiceState{}, Init(env, 0);
-        for (int i = 0; i < kEnvParamCount; ++i) env.params.bound[i] = &values[i];
+        BindAll(env.params, values);
         for (auto [i, v] : set) values[i] = v;
         voices.gateVoices = voices.activeVoices = voices.triggerVoices = key;
         return Run(blocks);
@@ -295,7 +297,7 @@ TEST_F(EnvelopeTest, ContoursMatchTheModelSampleBySample) {
         std::fill(values, values + kEnvParamCount, 0.0f);
         values[kEnvAmp] = 1.0f;
         for (auto [i, v] : c.params) values[i] = v;
-        for (int i = 0; i < kEnvParamCount; ++i) env.params.bound[i] = &values[i];
+        BindAll(env.params, values);
         std::copy(values, values + kEnvParamCount, model.v);
         for (auto& m : mod) std::fill(m, m + kBlockSize, 0.0f);
         // The other trigger inputs carry edges at other times.

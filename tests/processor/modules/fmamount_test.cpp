@@ -13,7 +13,8 @@ TEST(FmAmountTest, ScalingActivityAndRouting) {
         Process(fm, in, 2, out, 2, {120.0f, 44100.0f, 0, &voices});
     };
     Init(fm, 3);
-    fm.params.bound[0] = &amount, fm.params.bound[1] = &destination;
+    fm.params.bound[0] = &amount;
+    fm.params.bound[1] = &destination;
     for (int n = 0; n < kBlockSize; ++n) tri[n] = static_cast<float>(n % 5) - 2.0f;
     run(1u << 3);
     EXPECT_EQ(sig[4], 0.0f);

@@ -1,7 +1,9 @@
+#include "module_rig.h"
 #include "processor/modules/lag.h"
 #include "processor/modules/voices.h"
 #include <gtest/gtest.h>
 using namespace Norvell::Vantor;
+using VantorTest::BindAll;
 TEST(LagTest, ExponentialLinearEqualTimeAndLegato) {
     LagState lag;
     VoiceState voices;
@@ -11,7 +13,7 @@ TEST(LagTest, ExponentialLinearEqualTimeAndLegato) {
     const auto key = [](int key) { return key / 127.0f; };
     const auto start = [&](float sampleRate, float rate, float linear, float equalTime) {
         lag = LagState{}, voices = VoiceState{}, Init(lag, 0), ctx.sampleRate = sampleRate;
-        for (uint32_t i = 0; i < kLagParamCount; ++i) lag.params.bound[i] = &values[i];
+        BindAll(lag.params, values);
         values[kLagRate] = rate, values[kLagIsLinear] = linear, values[kLagEqualTime] = equalTime;
     };
     const auto block = [&](int note = -1) { // with a note-on when note >= 0

@@ -1,18 +1,20 @@
 #include "dsp/random.h"
 #include "engine_harness.h"
+#include "module_rig.h"
 #include "processor/modules/lfo.h"
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 using namespace Norvell::Vantor;
+using VantorTest::BindAll;
 struct LfoTest : ::testing::Test {
     // A new LFO with these values, the rest 0 (amp 0: the amplitude input rules), run for blocks.
     void Play(float sampleRate, int blocks, std::initializer_list<std::pair<LfoParam, float>> set) {
         lfo = LfoState{}, voices = VoiceState{}, Init(lfo, 0), ctx.sampleRate = sampleRate;
         wave.clear(), trig.clear(), pulses.clear(), std::fill_n(values, kLfoParamCount, 0.0f);
         for (auto [i, v] : set) values[i] = v;
-        for (uint32_t i = 0; i < kLfoParamCount; ++i) lfo.params.bound[i] = &values[i];
+        BindAll(lfo.params, values);
         Run(blocks);
     }
     void Run(int blocks, bool noteOn = false) { // the source input rises by 0.01 per block

@@ -1,13 +1,15 @@
+#include "module_rig.h"
 #include "processor/modules/modmatrix.h"
 #include <gtest/gtest.h>
 using namespace Norvell::Vantor;
+using VantorTest::BindAll;
 TEST(ModMatrixTest, DefaultsClampingSixRoutesCurveAndQuantize) {
     ModMatrixState matrix;
     float values[4 * kMatrixSlots] = {}, srcData[kSourceCount][32] = {},
                      dstData[kDestinationCount][32];
     float *src[kSourceCount] = {}, *dst[kDestinationCount] = {};
     Init(matrix, kSourceCount, kDestinationCount);
-    for (int i = 0; i < 4 * kMatrixSlots; ++i) matrix.params.bound[i] = &values[i];
+    BindAll(matrix.params, values);
     for (int i = 1; i < kSourceCount; ++i) src[i] = srcData[i];
     for (int i = 1; i < kDestinationCount; ++i) dst[i] = dstData[i];
     for (auto& buffer : dstData) std::fill(buffer, buffer + kBlockSize, 7.0f);

@@ -1,3 +1,4 @@
+#include "module_rig.h"
 #include "processor/modules/oscillator.h"
 
 #include "dsp/fastmath.h"
@@ -14,6 +15,7 @@
 using namespace Norvell::Vantor;
 using Norvell::dsp::FastPow2;
 using Norvell::dsp::NoteFrequencies;
+using VantorTest::BindAll;
 
 namespace {
 
@@ -30,7 +32,7 @@ struct OscRig {
                                  buf[5], buf[6], nullptr, buf[8],  nullptr};
     explicit OscRig(int key = 81, float rate = 44100.0f) {
         Init(osc, 0);
-        for (size_t i = 0; i < kOscParamCount; ++i) osc.params.bound[i] = &values[i];
+        BindAll(osc.params, values);
         values[kOscVolume] = values[kOscKeyboardFollow] = 1.0f;
         values[kOscDetune] = 0.5f;
         values[kOscFreq] = 12.0f / 63.0f;

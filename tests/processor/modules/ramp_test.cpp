@@ -1,14 +1,16 @@
+#include "module_rig.h"
 #include "processor/modules/ramp.h"
 #include "processor/modules/voices.h"
 #include <gtest/gtest.h>
 using namespace Norvell::Vantor;
+using VantorTest::BindAll;
 TEST(RampTest, RiseLegatoAndGatedLfoTriggers) {
     RampState ramp;
     VoiceState voices;
     float values[kRampParamCount] = {0.0f, 1.0f, 0.0f, 0.0f, 1.0f}, trig[kBlockSize], out[32];
     float *in[6] = {trig, trig, trig, trig, trig, trig}, *outs[1] = {out}; // LFO 1 is input 0
     Init(ramp, 0);
-    for (uint32_t i = 0; i < kRampParamCount; ++i) ramp.params.bound[i] = &values[i];
+    BindAll(ramp.params, values);
     std::fill(trig, trig + kBlockSize, -1.0f);
     const auto block = [&](bool noteOn = false) { // the first sample
         if (noteOn) voices.activeVoices = voices.gateVoices = voices.triggerVoices = 1;

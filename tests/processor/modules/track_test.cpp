@@ -1,13 +1,15 @@
+#include "module_rig.h"
 #include "processor/modules/track.h"
 #include <gtest/gtest.h>
 #include <limits>
 using namespace Norvell::Vantor;
+using VantorTest::BindAll;
 TEST(TrackTest, CurvesOnEachKindOfSourceAndOutOfRangeSamples) {
     TrackState tracker;
     float values[kTrackParamCount] = {0.0f, 0.25f, 0.5f, 0.75f, 1.0f}; // identity
     float buffers[kSourceCount][32] = {}, out[32], *sources[kSourceCount] = {}, *outs[1] = {out};
     Init(tracker, 0);
-    for (uint32_t i = 0; i < kTrackParamCount; ++i) tracker.params.bound[i] = &values[i];
+    BindAll(tracker.params, values);
     for (int s = 1; s < kSourceCount; ++s) sources[s] = buffers[s];
     const auto block = [&](int source) { // LFO 1 (16) is bipolar; unwritten samples stay 99
         values[kTrackInputSelector] = (source + 0.5f) / 28.0f, tracker.bipolar = source == 16;

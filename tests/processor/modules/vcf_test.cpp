@@ -1,3 +1,4 @@
+#include "module_rig.h"
 #include "processor/modules/vcf.h"
 
 #include "dsp/fastmath.h"
@@ -10,6 +11,7 @@
 #include <vector>
 
 using namespace Norvell::Vantor;
+using VantorTest::BindAll;
 
 namespace {
 
@@ -24,7 +26,7 @@ struct Rig {
     float out[kBlockSize] = {}, *outs[1] = {out};
     explicit Rig(int mode = 0, float cutoff = 0.0f, float q = 0.0f, float rate = 44100.0f) {
         Init(vcf, 0);
-        for (size_t i = 0; i < kVcfParamCount; ++i) vcf.params.bound[i] = &params[i];
+        BindAll(vcf.params, params);
         params[kVcfType] = (mode + 0.5f) / 15.0f;
         params[kVcfCutoff] = cutoff;
         params[kVcfRes] = q;

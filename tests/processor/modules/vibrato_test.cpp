@@ -1,15 +1,17 @@
+#include "module_rig.h"
 #include "processor/modules/vibrato.h"
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 using namespace Norvell::Vantor;
+using VantorTest::BindAll;
 TEST(VibratoTest, SourcesShapesAndRandomWaves) {
     VibratoState vib;
     float values[kVibParamCount] = {1.0f}, wheel[kBlockSize] = {}, sustain[kBlockSize] = {};
     std::vector<float> wave, trig;
     Init(vib);
-    for (uint32_t i = 0; i < kVibParamCount; ++i) vib.params.bound[i] = &values[i];
+    BindAll(vib.params, values);
     const auto run = [&](int blocks, float rate) { // as the render does; unwritten stays 99
         wave.assign(blocks * kBlockSize, 99.0f), trig.assign(blocks * kBlockSize, 99.0f);
         for (int b = 0; b < blocks; ++b) {
@@ -63,7 +65,7 @@ TEST(VibratoTest, SoftenedPeriodicWavesMatchTheModel) {
             Init(vib);
             float values[kVibParamCount] = {1.0f, 0.0f,   0.0f, wave / 5.0f,
                                             0.4f, ampSrc, 0.8f, 1.0f};
-            for (uint32_t i = 0; i < kVibParamCount; ++i) vib.params.bound[i] = &values[i];
+            BindAll(vib.params, values);
             const float rate = 44100.0f;
             const int length = int(std::ceil(0.0249433f * rate));
             const float span = std::log(float(length) + 130.0f) - 4.8675346f;
