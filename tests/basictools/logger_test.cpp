@@ -58,7 +58,9 @@ TEST_F(LoggerTest, StampedFileGetsFixedWidthLinesUntilTheLoggerIsRecreated) {
                         " | a_category_longer_than_15 | debug  | hello\n" + "raw text\n");
     CLog::DestroyInstance(); // a re-created logger is unconfigured and writes nowhere
     CLog* fresh = CLog::GetInstance();
-    EXPECT_TRUE(fresh->Categories().empty() && fresh->OutputFile().empty() && !fresh->IsFileOpen());
+    EXPECT_TRUE(fresh->Categories().empty());
+    EXPECT_TRUE(fresh->OutputFile().empty());
+    EXPECT_FALSE(fresh->IsFileOpen());
     EXPECT_FALSE(fresh->IsEnabled("audio_engine", LOG_NOTICE));
     EXPECT_TRUE(fresh->IsEnabled("audio_engine", LOG_WARNING));
     EXPECT_EQ(fresh->Categories().at("audio_engine"), LOG_WARNING); // registered on first use

@@ -28,7 +28,8 @@ TEST(FastPow2, BitFormulaCloseToTwoToTheXAndSaturating) {
     }
     EXPECT_EQ(FastPow2(1e9f), FastPow2(128.0f)); // saturates, no integer overflow
     const float nan = FastPow2(std::nanf(""));   // clamped like a large negative input
-    EXPECT_TRUE(nan > 0.0f && nan < 1e-37f) << nan;
+    EXPECT_GT(nan, 0.0f);
+    EXPECT_LT(nan, 1e-37f);
 }
 
 } // namespace

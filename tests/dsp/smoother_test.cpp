@@ -33,8 +33,10 @@ TEST(Smoother, ThresholdIncludesTheFloorTerm) {
     s.SetTarget(2.0f); // step 0.1 kC, floor 1e-6 / kC x 2: the floor wins
     EXPECT_FLOAT_EQ(s.Threshold(), floor);
     EXPECT_NEAR(SamplesToSnap(s), std::ceil(std::log(floor / 0.1) / std::log(1.0 - kC)), 1);
-    s.Jump(0.5f), s.SetTarget(0.0f); // a target of 0 has floor 0: the step alone
+    s.Jump(0.5f); // a target of 0 has floor 0: the step alone
+    s.SetTarget(0.0f);
     EXPECT_FLOAT_EQ(s.Threshold(), 0.5f * kC);
-    s.Jump(0.0005f), s.SetTarget(0.0f); // but never below 1e-6
+    s.Jump(0.0005f); // but never below 1e-6
+    s.SetTarget(0.0f);
     EXPECT_FLOAT_EQ(s.Threshold(), 1e-6f);
 }

@@ -54,7 +54,10 @@ TEST(ProcessorConstruction, BrokenDescriptionsFailTheInitialisationAndStaySilent
             p->UpdateVoiceSetup();
             float* out[2] = {left, right};
             VantorRenderContext ctx{};
-            ctx.outputs = out, ctx.frameCount = 32, ctx.sampleRate = rate, ctx.tempo = 120.0f;
+            ctx.outputs = out;
+            ctx.frameCount = 32;
+            ctx.sampleRate = rate;
+            ctx.tempo = 120.0f;
             p->Render(&ctx);
             if (c.paramCount == 0) {
                 for (int i = 0; i < 32; ++i) EXPECT_EQ(left[i] + right[i], 0.0f);

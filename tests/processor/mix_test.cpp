@@ -53,8 +53,10 @@ TEST(Mix, PanVolumeDcRemovalAndMasterVolume) {
                     l += (1.0f - pans[v]) * volumes[v] * s.voices[v].vca[1][i];
                     r += pans[v] * volumes[v] * s.voices[v].vca[1][i];
                 }
-                l += s.ambientNoise[i], r += s.ambientNoise[i];
-                yl += (l - yl) * g, yr += (r - yr) * g;
+                l += s.ambientNoise[i];
+                r += s.ambientNoise[i];
+                yl += (l - yl) * g;
+                yr += (r - yr) * g;
                 ASSERT_NEAR(left[i], (l - yl) * 0.8f, 1e-5f) << rate << " block " << b << " " << i;
                 ASSERT_NEAR(right[i], (r - yr) * 0.8f, 1e-5f) << rate << " block " << b << " " << i;
                 energy += std::fabs(s.voices[0].vca[1][i]) + std::fabs(s.voices[1].vca[1][i]);
@@ -95,7 +97,8 @@ TEST(Mix, FinishedEnvelopeEndsTheVoiceOnlyWithAClosedVca) {
         const int sources[] = {12, 24, 21};
         for (int r = 0; r < 3; ++r) {
             const std::string m = "voice1_matrix" + std::to_string(r + 2) + "_";
-            h.Set(m + "src", (sources[r] + 0.5f) / 28), h.Set(m + "dest", 11.5f / 48);
+            h.Set(m + "src", (sources[r] + 0.5f) / 28);
+            h.Set(m + "dest", 11.5f / 48);
         }
         h.NoteOn(62);
         h.RenderBlocks(20);

@@ -143,7 +143,8 @@ TEST(EffectSlots, EveryPairOfTypesRendersFiniteAudio) {
             h.NoteOff(57);
             h.Set("voice1_isenable", 0.0f);
             const Stereo tail = h.RenderBlocks(200);
-            ASSERT_TRUE(AllFinite(out) && AllFinite(tail)) << type0 + 1 << "/" << type1 + 1;
+            ASSERT_TRUE(AllFinite(out)) << type0 + 1 << "/" << type1 + 1;
+            ASSERT_TRUE(AllFinite(tail)) << type0 + 1 << "/" << type1 + 1;
             EXPECT_LT(Peak(out.left), 8.0f) << type0 + 1 << "/" << type1 + 1;
         }
     }

@@ -36,7 +36,8 @@ struct ChorusModel {
         stereoPhase = Wrap(stereoPhase + stereoRate * 1.5f * 6.2831855f / sr);
         const float s = std::sin(stereoPhase);
         const float offL = (s + 1) * wide * 0.05f, offR = (1 - s) * wide * 0.05f;
-        line[0].push_back(xl), line[1].push_back(xr);
+        line[0].push_back(xl);
+        line[1].push_back(xr);
         const int voices = 2 * type == 0 ? 1 : 2 * type == 1 ? 2 : 3;
         const float omega[3] = {6.2831855f, 4.442883f, 2.2214415f};
         float wetL = 0, wetR = 0;

@@ -25,14 +25,17 @@ TEST(DescriptionLint, EveryParameterIsBoundOnceAndValidlyAndBlocksStartInPlace) 
             param.substr(0, instance.starts_with("mod_matrix") ? param.rfind('_') : -1);
         for (char& c : host)
             if (c == ' ' || c == '/') c = '_';
-        EXPECT_TRUE(names.insert(name).second && (name == host || name.ends_with("_" + host)));
-        EXPECT_TRUE(bindings.insert(instance + " " + param).second && infos[id].dataSize == 4);
+        EXPECT_TRUE(names.insert(name).second) << name;
+        EXPECT_TRUE(name == host || name.ends_with("_" + host)) << name;
+        EXPECT_TRUE(bindings.insert(instance + " " + param).second) << instance << " " << param;
+        EXPECT_EQ(infos[id].dataSize, 4) << name;
         const size_t dash = instance.rfind('-');
         ASSERT_NE(dash, std::string::npos);
         const auto* type = Norvell::Vantor::FindModuleType(instance.substr(0, dash));
         ASSERT_NE(type, nullptr);
         const int index = std::stoi(instance.substr(dash + 1));
-        EXPECT_TRUE(index >= 0 && index < type->instances);
+        EXPECT_GE(index, 0);
+        EXPECT_LT(index, type->instances);
         EXPECT_GE(Norvell::Vantor::FindModuleParam(*type, param), 0);
     }
     // Block starts (16 master, 12 voices of 366, 6 zones of 5, 128 notes of 2, 8 vib) and samples.

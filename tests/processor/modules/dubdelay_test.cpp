@@ -84,8 +84,10 @@ TEST(DubDelay, MatchesTheModelSampleBySample) {
         const Signal x = Noise(32 * 1500, 0.9f);
         for (size_t at = 0; at < x.left.size(); at += 32) {
             Signal in = Constant(32), y = Constant(32), expected = Constant(32);
-            for (int n = 0; n < 32 && at < 3200; ++n)
-                in.left[n] = x.left[at + n], in.right[n] = x.right[at + n];
+            for (int n = 0; n < 32 && at < 3200; ++n) {
+                in.left[n] = x.left[at + n];
+                in.right[n] = x.right[at + n];
+            }
             float *ins[2] = {in.left.data(), in.right.data()},
                   *outs[2] = {y.left.data(), y.right.data()};
             float* exp[2] = {expected.left.data(), expected.right.data()};

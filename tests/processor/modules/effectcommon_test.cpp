@@ -73,7 +73,8 @@ TYPED_TEST(EffectContract, TwoInstancesKeepTheirOwnMemory) {
     for (size_t at = 0; at < x.left.size(); at += 32) {
         float *in[2] = {&x.left[at], &x.right[at]}, *o0[2] = {&a.left[at], &a.right[at]};
         float* o1[2] = {&b.left[at], &b.right[at]};
-        Process(*this->f.s, in, 2, o0, 2, Context()), Process(*slot1.s, o0, 2, o1, 2, Context());
+        Process(*this->f.s, in, 2, o0, 2, Context());
+        Process(*slot1.s, o0, 2, o1, 2, Context());
     }
     const Signal ref0 = Fx<TypeParam>(this->V()).Run(x);
     EXPECT_EQ(a, ref0);
@@ -123,7 +124,8 @@ TYPED_TEST(EffectContract, ResetForgetsEverythingTheInputLeft) {
     Fx<TypeParam> quiet(this->V());
     this->f.Run(Noise(32 * 300, 0.9f));
     quiet.Run(Constant(32 * 300));
-    Reset(*this->f.s), Reset(*quiet.s);
+    Reset(*this->f.s);
+    Reset(*quiet.s);
     const Signal x = Noise(32 * 300);
     EXPECT_EQ(this->f.Run(x), quiet.Run(x));
 }

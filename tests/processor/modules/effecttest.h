@@ -28,7 +28,10 @@ inline Signal Noise(size_t frames, float amplitude = 0.5f) { // white, the same 
     std::minstd_rand rng(1);
     std::uniform_real_distribution<float> uniform(-amplitude, amplitude);
     Signal s = Constant(frames);
-    for (size_t i = 0; i < frames; ++i) s.left[i] = uniform(rng), s.right[i] = uniform(rng);
+    for (size_t i = 0; i < frames; ++i) {
+        s.left[i] = uniform(rng);
+        s.right[i] = uniform(rng);
+    }
     return s;
 }
 inline float Peak(const Signal& s) { // largest magnitude, infinite if any sample is not a number
@@ -48,7 +51,8 @@ template <typename State> struct Fx {
     std::unique_ptr<State> s = std::make_unique<State>();
     std::unique_ptr<float[]> knob = std::make_unique<float[]>(N); // on the heap: Fx may move
     explicit Fx(const std::vector<float>& values, float dryWet = 1.0f) {
-        std::ranges::copy(values, knob.get()), knob[N - 1] = dryWet;
+        std::ranges::copy(values, knob.get());
+        knob[N - 1] = dryWet;
         std::copy_n(knob.get(), N, s->params.values);
         BindAll(s->params, knob.get());
         Init(*s);

@@ -12,24 +12,35 @@ TEST(LagTest, ExponentialLinearEqualTimeAndLegato) {
     float *ins[2] = {in, rateMod}, *outs[1] = {out};
     const auto key = [](int key) { return key / 127.0f; };
     const auto start = [&](float sampleRate, float rate, float linear, float equalTime) {
-        lag = LagState{}, voices = VoiceState{}, Init(lag, 0), ctx.sampleRate = sampleRate;
+        lag = LagState{};
+        voices = VoiceState{};
+        Init(lag, 0);
+        ctx.sampleRate = sampleRate;
         BindAll(lag.params, values);
-        values[kLagRate] = rate, values[kLagIsLinear] = linear, values[kLagEqualTime] = equalTime;
+        values[kLagRate] = rate;
+        values[kLagIsLinear] = linear;
+        values[kLagEqualTime] = equalTime;
     };
     const auto block = [&](int note = -1) { // with a note-on when note >= 0
-        if (note >= 0) std::fill(in, in + 32, key(note)), voices.triggerVoices = 1;
-        voices.activeVoices = 1, voices.gateVoices |= note >= 0;
+        if (note >= 0) {
+            std::fill(in, in + 32, key(note));
+            voices.triggerVoices = 1;
+        }
+        voices.activeVoices = 1;
+        voices.gateVoices |= note >= 0;
         EXPECT_EQ(Process(lag, ins, 29, outs, 1, ctx), kProcessOk);
         voices.triggerVoices = 0;
     };
     // Exponential: k = (1/rate) / (0.2 T + 1/rate); T = 1.3 us at rate 0, 4.508333 s at 1.
     for (const auto& [rate, seconds] : {std::pair{0.0f, 1.3e-6}, {1.0f, 4.508333}}) {
-        start(1000.0f, rate, 0, 0), block(64);
+        start(1000.0f, rate, 0, 0);
+        block(64);
         const double k = 0.001 / (0.2 * seconds + 0.001);
         for (int n = 0; n < kBlockSize; ++n)
             ASSERT_NEAR(out[n], key(64) * (1.0 - std::pow(1.0 - k, n + 1)), 1e-6) << rate;
     }
-    start(44100.0f, 30 / 63.0f, 1, 0), block(64); // linear at breakpoint 30: 0.002 s per key
+    start(44100.0f, 30 / 63.0f, 1, 0); // linear at breakpoint 30: 0.002 s per key
+    block(64);
     const double step = (1.0 / 127.0) / (0.002 * 44100.0);
     for (int n = 0; n < kBlockSize; ++n) ASSERT_NEAR(out[n], (n + 1) * step, 1e-7);
     for (int b = 0; b < 300; ++b) block();
@@ -55,6 +66,8 @@ TEST(LagTest, ExponentialLinearEqualTimeAndLegato) {
     EXPECT_EQ(out[0], key(60));
     block(67);
     EXPECT_GT(out[0], key(60));
-    voices.gateVoices = 0, block(), block(48);
+    voices.gateVoices = 0;
+    block();
+    block(48);
     EXPECT_EQ(out[0], key(48));
 }

@@ -90,7 +90,8 @@ TEST_F(LoaderTest, MissingFileAndEveryFailureLogOneLineAndKeepWhatWasRead) {
         SCOPED_TRACE(row.xml);
         EXPECT_FALSE(Load(row.xml));
         const Texts errors = log.Texts(kCategory, "error");
-        ASSERT_TRUE(errors.size() == 1 && log.Texts("", "error") == errors);
+        ASSERT_EQ(errors.size(), 1u);
+        ASSERT_EQ(log.Texts("", "error"), errors);
         const std::string head = "[XML] Error on parse file " + path + " : " + row.message;
         ASSERT_TRUE(errors[0].starts_with(head)) << errors[0];
         const std::string tail = errors[0].substr(head.size());
@@ -123,8 +124,11 @@ TEST_F(LoaderTest, BlocksExpandIntoNamesIndicesAndBindings) {
     EXPECT_EQ(Params({0, 1, 3, 5 + 7, 29, 30}),
               (Texts{"top m-c p", "one_a  ", "three2_b  ", "voice4_osc2_freq v5m-7 t-3-1",
                      "e m-0 q", "half  "}));
-    EXPECT_TRUE(infos[0].nbValues == 5 && infos[3].nbValues == 0); // the first constant wins
-    EXPECT_TRUE(infos[0].dataSize == 4 && infos[0].aux1 == 1.0f && infos[0].aux3 == 1u);
+    EXPECT_EQ(infos[0].nbValues, 5); // the first constant wins
+    EXPECT_EQ(infos[3].nbValues, 0);
+    EXPECT_EQ(infos[0].dataSize, 4);
+    EXPECT_EQ(infos[0].aux1, 1.0f);
+    EXPECT_EQ(infos[0].aux3, 1u);
     EXPECT_EQ(infos[3].dataSize, 8);
     const std::string no = "no assignment for param ";
     EXPECT_EQ(

@@ -26,7 +26,8 @@ TEST(PlateReverb, InGainZeroSilencesTheWetSignal) {
     Fx<S> r({1, 0, 1, 0, 0.8f, 0, 0.1f});
     r.Run(Noise(32 * 500));
     const float start = r.s->wetLevel;
-    r.knob[kReverbInGain] = 0.0f, r.Run(Noise(32 * 10));
+    r.knob[kReverbInGain] = 0.0f;
+    r.Run(Noise(32 * 10));
     EXPECT_NEAR(r.s->wetLevel, start * std::pow(0.95f, 10.0f), 1e-5f); // 5 % per call
     r.Run(Noise(32 * 1500));
     EXPECT_EQ(Peak(r.Run(Noise(32 * 10))), 0.0f);
@@ -51,7 +52,8 @@ TEST(PlateReverb, PreDelayAndTapsGiveTheImpulseResponse) {
             std::vector<float> w(n), out(n);
             for (int t = 0; t < n; ++t) {
                 const float d = delayed(w, t, length);
-                w[t] = in[t] - g * d, out[t] = d + g * w[t];
+                w[t] = in[t] - g * d;
+                out[t] = d + g * w[t];
             }
             return std::pair{w, out};
         };

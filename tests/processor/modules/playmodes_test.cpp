@@ -127,7 +127,10 @@ TEST(PlayModes, ReassignKeepsAKeyOnItsVoice) {
     EXPECT_EQ(z.Press(62), 1);
     for (bool steal : {false, true}) {
         Zone all(PlayReassign, {0, 1, 2, 3}, steal);
-        for (uint32_t key : {60, 62, 64, 65}) all.Press(key), all.Release(key);
+        for (uint32_t key : {60, 62, 64, 65}) {
+            all.Press(key);
+            all.Release(key);
+        }
         EXPECT_EQ(all.Press(67), steal ? 0 : -1); // every voice remembers a key
     }
 }

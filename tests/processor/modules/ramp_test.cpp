@@ -24,7 +24,8 @@ TEST(RampTest, RiseLegatoAndGatedLfoTriggers) {
     }
     values[kRampRate] = 0.5f;
     for (float mode : {0.0f, 1.0f}) { // a note-on while the gate is open restarts with mode 1
-        values[kRampRetrigMode] = mode, voices.gateVoices = 0;
+        values[kRampRetrigMode] = mode;
+        voices.gateVoices = 0;
         block();
         const float step = block(true);
         for (int b = 0; b < 5; ++b) block();

@@ -12,7 +12,8 @@ struct Delay : Fx<StereoDelayState> {
     static bool Loud(float v) { return std::fabs(v) >= kEcho / 2; }
     // First echo on each side of an impulse sent once the wet mix has settled.
     std::pair<long, long> Echoes(const ProcessContext& ctx = Context()) {
-        Run(Constant(32 * 500), ctx), echo = Run(Impulse(32 * 1400), ctx);
+        Run(Constant(32 * 500), ctx);
+        echo = Run(Impulse(32 * 1400), ctx);
         return {std::ranges::find_if(echo.left, Loud) - echo.left.begin(),
                 std::ranges::find_if(echo.right, Loud) - echo.right.begin()};
     }
@@ -39,7 +40,8 @@ TEST(StereoDelay, LinkAndPhaseInversionOfTheRightLine) {
     Delay apart(0.5f, 0.25f), linked(0.5f, 0.25f);
     EXPECT_EQ(apart.Echoes(), std::pair(6400L, 1600L));
     EXPECT_GT(apart.echo.right[1600], 0.0f);
-    linked.knob[kDelayLink] = 1.0f, linked.knob[kDelayPhaseInv] = 0.5f; // 0.5 already inverts
+    linked.knob[kDelayLink] = 1.0f; // 0.5 already inverts
+    linked.knob[kDelayPhaseInv] = 0.5f;
     EXPECT_EQ(linked.Echoes(), std::pair(6400L, 6400L));
     EXPECT_NEAR(linked.echo.right[6400], -kEcho, 1e-6f);
 }
@@ -91,11 +93,13 @@ TEST(StereoDelay, LengthsGlideWithinTheirLimitsAndFollowTheTempo) {
         float t1 = 120.0f, t2 = 120.0f;
         int call = 0;
         for (const Step& s : script) {
-            d.knob[kDelayTime1] = s.time1, d.knob[kDelayTime2] = s.time2;
+            d.knob[kDelayTime1] = s.time1;
+            d.knob[kDelayTime2] = s.time2;
             d.knob[kDelayMidiSync] = s.sync;
             for (int c = 0; c < s.calls; ++c, ++call) {
                 d.Run(Constant(32), Context(rate, s.tempo));
-                t1 += (s.tempo - t1) * 0.001f, t2 += (t1 - t2) * 0.001f;
+                t1 += (s.tempo - t1) * 0.001f;
+                t2 += (t1 - t2) * 0.001f;
                 for (int k = 0; k < 2; ++k) {
                     const float v = k ? s.time2 : s.time1;
                     float target = s.sync > 0 ? rate / std::min(t2 * SyncFactor(v) / 60.0f, 2000.0f)

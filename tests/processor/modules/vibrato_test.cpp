@@ -13,7 +13,8 @@ TEST(VibratoTest, SourcesShapesAndRandomWaves) {
     Init(vib);
     BindAll(vib.params, values);
     const auto run = [&](int blocks, float rate) { // as the render does; unwritten stays 99
-        wave.assign(blocks * kBlockSize, 99.0f), trig.assign(blocks * kBlockSize, 99.0f);
+        wave.assign(blocks * kBlockSize, 99.0f);
+        trig.assign(blocks * kBlockSize, 99.0f);
         for (int b = 0; b < blocks; ++b) {
             float *in[3] = {wheel, sustain, nullptr}, *out[2] = {&wave[b * 32], &trig[b * 32]};
             RefreshParams(vib);
@@ -25,21 +26,26 @@ TEST(VibratoTest, SourcesShapesAndRandomWaves) {
     values[kVibSpeedMod] = 1.0f;
     for (const auto& [src, speed, hz] :
          {std::tuple{1.0f / 3, 50 / 63.0f - 0.5f, 3.7022228}, {0.5f, 10 / 63.0f, 0.1625593}}) {
-        values[kVibSpeedSrc] = src, values[kVibSpeed] = speed;
+        values[kVibSpeedSrc] = src;
+        values[kVibSpeed] = speed;
         run(4, 1000.0f);
         EXPECT_NEAR((trig[100] - trig[0]) / 100 * 1000, hz, hz * 1e-4);
     }
     std::fill(sustain, sustain + kBlockSize, 0.5f); // factor clamp(2 (2 amp_mod - 1) 0.5 + amp)
-    values[kVibSpeed] = 1.0f, values[kVibSpeedSrc] = 0.0f;
-    values[kVibAmp] = 0.3f, values[kVibWave] = 0.6f, values[kVibAmpSrc] = 2.0f / 3.0f;
+    values[kVibSpeed] = 1.0f;
+    values[kVibSpeedSrc] = 0.0f;
+    values[kVibAmp] = 0.3f;
+    values[kVibWave] = 0.6f;
+    values[kVibAmpSrc] = 2.0f / 3.0f;
     for (const auto& [mod, factor] : {std::pair{1.0f, 1.0f}, {0.75f, 0.8f}, {0.0f, -0.7f}}) {
         values[kVibAmpMod] = mod;
         run(3, 1000.0f);
         for (size_t n = 0; n < wave.size(); ++n)
             ASSERT_FLOAT_EQ(wave[n], trig[n] >= 0.0f ? 0.5f * factor : 0.0f) << mod << " " << n;
     }
-    values[kVibAmpSrc] = 0.0f, values[kVibWave] = 0.2f; // wave 1 without an amplitude source:
-    run(4, 1000.0f);                                    // (phase - 0.5) amp, -amp to 0
+    values[kVibAmpSrc] = 0.0f; // wave 1 without an amplitude source:
+    values[kVibWave] = 0.2f;
+    run(4, 1000.0f); // (phase - 0.5) amp, -amp to 0
     for (size_t n = 0; n < wave.size(); ++n) ASSERT_FLOAT_EQ(wave[n], (trig[n] - 0.5f) * 0.3f);
     // Waves 0.8 (4) and 1.0 (5) step every ceil(rate / Hz) + 1 samples; neither writes trig.
     values[kVibAmp] = 1.0f;
@@ -81,7 +87,10 @@ TEST(VibratoTest, SoftenedPeriodicWavesMatchTheModel) {
                 Process(vib, in, 0, out, 2, {120.0f, rate, kBlockSize, nullptr});
                 for (int n = 0; n < kBlockSize; ++n) {
                     phase += 27.59f / rate;
-                    if (phase > 0.5) phase = -0.5, counter = 0;
+                    if (phase > 0.5) {
+                        phase = -0.5;
+                        counter = 0;
+                    }
                     const float p = float(phase);
                     float phaseOut = p, falling = -p, square = p >= 0 ? 0.5f : 0.0f;
                     const float triangle = p >= 0 ? 0.5f - 2.0f * p : 2.0f * p + 0.5f;
@@ -89,12 +98,17 @@ TEST(VibratoTest, SoftenedPeriodicWavesMatchTheModel) {
                         return (std::log(counter++ + 130.0f) - 4.8675346f) / span;
                     };
                     if (p >= 0) {
-                        if (firstHalf) counter = 0, firstHalf = false;
+                        if (firstHalf) {
+                            counter = 0;
+                            firstHalf = false;
+                        }
                         if (counter < length) square = 0.5f * curve();
                     } else {
                         if (counter < length) {
                             const float c = curve();
-                            falling *= c, square = -c, phaseOut += std::fabs(c - 1.0f) * 0.5f;
+                            falling *= c;
+                            square = -c;
+                            phaseOut += std::fabs(c - 1.0f) * 0.5f;
                         }
                         firstHalf = true;
                     }
