@@ -121,7 +121,12 @@ void VantorProcessor::Construct() {
 void VantorProcessor::BindParameters() {
     // Voice links by (parameter, instance, voice); the first source of a key wins.
     using LinkKey = std::tuple<std::string, std::string, uint32_t>;
-    std::map<LinkKey, std::pair<uint32_t, uint32_t>> links; // voice 0's id, own id
+    struct Link {
+        uint32_t voice0Id;
+        uint32_t ownId;
+        ParamSlot slot;
+    };
+    std::map<LinkKey, Link> links;
     std::map<std::tuple<std::string, uint32_t, std::string>, uint32_t> voice0Ids;
     for (uint32_t id = 0; id < paramSources.size(); ++id) {
         const Processor::ParamSource& source = paramSources[id];
@@ -146,35 +151,23 @@ void VantorProcessor::BindParameters() {
         const LinkKey key{source.param, source.instance, voice};
         if (links.count(key) != 0) continue;
         const auto found = voice0Ids.find({source.param, index, type});
-        links[key] = {found == voice0Ids.end() ? 0u : found->second, id};
+        links[key] = {found == voice0Ids.end() ? 0u : found->second, id,
+                      SlotOf(*typeInfo, instance, source.param)};
     }
     presetModeLinks.reserve(links.size());
-    for (const auto& [key, ids] : links) {
-        const auto& [paramName, instanceName, voice] = key;
-        (void)voice;
-        const ParamSlot slot = FindParamSlot(instanceName, paramName);
-        if (slot.bound == nullptr) continue;
+    for (const auto& [key, link] : links) {
+        if (link.slot.bound == nullptr) continue;
         presetModeLinks.push_back(
-            {slot.bound, slot.id, Value(ids.second), Value(ids.first), ids.second});
+            {link.slot.bound, link.slot.id, Value(link.ownId), Value(link.voice0Id), link.ownId});
     }
 }
 
-VantorProcessor::ParamSlot VantorProcessor::FindParamSlot(const std::string& instanceName,
-                                                          const std::string& paramName) {
-    std::string type;
-    std::string number;
-    SplitInstanceName(instanceName, type, number);
-    int instance = 0;
-    try {
-        instance = XmlTools::StoI(number);
-    } catch (const std::exception&) {
-        return {};
-    }
-    const ModuleTypeInfo* typeInfo = FindModuleType(type);
-    if (typeInfo == nullptr || instance < 0 || instance >= typeInfo->instances) return {};
-    const int paramIndex = FindModuleParam(*typeInfo, paramName);
+VantorProcessor::ParamSlot VantorProcessor::SlotOf(const ModuleTypeInfo& typeInfo, int instance,
+                                                   const std::string& paramName) {
+    if (instance < 0 || instance >= typeInfo.instances) return {};
+    const int paramIndex = FindModuleParam(typeInfo, paramName);
     if (paramIndex < 0 || !modules) return {};
-    const ParamSlots slots = modules->SlotsOf(*typeInfo, instance);
+    const ParamSlots slots = modules->SlotsOf(typeInfo, instance);
     if (static_cast<size_t>(paramIndex) >= slots.count) return {};
     return {&slots.bound[paramIndex], &slots.ids[paramIndex]};
 }
@@ -210,7 +203,7 @@ int32_t VantorProcessor::SetParamSrc(const std::string& instanceName, const std:
                                             << " has " << typeInfo->instances << " instances");
         return 3;
     }
-    const ParamSlot slot = FindParamSlot(instanceName, paramName);
+    const ParamSlot slot = SlotOf(*typeInfo, instance, paramName);
     if (slot.bound == nullptr) return 3;
     *slot.bound = value;
     *slot.id = id;

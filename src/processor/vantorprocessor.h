@@ -13,6 +13,7 @@
 namespace Norvell::Vantor {
 
 class SignalBank;
+struct ModuleTypeInfo;
 
 class VantorProcessor final : public Processor::IProcessor_V3 {
 public:
@@ -52,12 +53,6 @@ public:
     // Binds a module parameter: 0 bound, 3 not bound, 4 instance number not parsable.
     int32_t SetParamSrc(const std::string& instanceName, const std::string& paramName, uint32_t id,
                         const float* value);
-    // The binding slot of a module parameter; null members when there is none.
-    struct ParamSlot {
-        const float** bound = nullptr;
-        uint32_t* id = nullptr;
-    };
-    ParamSlot FindParamSlot(const std::string& instanceName, const std::string& paramName);
 
     // Engine internals, reachable for tests.
     void AllNotesOff();
@@ -94,6 +89,12 @@ private:
     // Logs the resets counted by Render since the last report; never called from Render.
     void ReportHealing();
     float* Value(uint32_t id) const;
+    // The binding slot of a module parameter; null members when there is none.
+    struct ParamSlot {
+        const float** bound = nullptr;
+        uint32_t* id = nullptr;
+    };
+    ParamSlot SlotOf(const ModuleTypeInfo& typeInfo, int instance, const std::string& paramName);
 
     // A voice's parameter slot that preset mode points at the voice's own
     // value, and otherwise at voice 0's, resolved once at construction.
