@@ -3,18 +3,21 @@
 #include "processor/modules/voices.h"
 #include <gtest/gtest.h>
 using namespace Norvell::Vantor;
-using VantorTest::BindAll;
+using VantorTest::ModuleRig;
 TEST(RampTest, RiseLegatoAndGatedLfoTriggers) {
-    RampState ramp;
-    VoiceState voices;
-    float values[kRampParamCount] = {0.0f, 1.0f, 0.0f, 0.0f, 1.0f}, trig[kBlockSize], out[32];
+    ModuleRig<RampState> rig(0); // voice 0
+    RampState& ramp = rig.s;
+    VoiceState& voices = rig.voices;
+    float* values = rig.values;
+    values[kRampRetrigMode] = 1.0f;
+    values[kRampGated] = 1.0f;
+    float trig[kBlockSize];
+    float out[32];
     float *in[6] = {trig, trig, trig, trig, trig, trig}, *outs[1] = {out}; // LFO 1 is input 0
-    Init(ramp, 0);
-    BindAll(ramp.params, values);
     std::fill(trig, trig + kBlockSize, -1.0f);
     const auto block = [&](bool noteOn = false) { // the first sample
         if (noteOn) voices.activeVoices = voices.gateVoices = voices.triggerVoices = 1;
-        EXPECT_EQ(Process(ramp, in, 6, outs, 1, {120.0f, 44100.0f, 32, &voices}), kProcessOk);
+        EXPECT_EQ(Process(ramp, in, 6, outs, 1, rig.ctx), kProcessOk);
         voices.triggerVoices = 0;
         return out[0];
     };
