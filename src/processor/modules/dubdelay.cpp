@@ -33,7 +33,6 @@ void Derive(DubDelayState& s, float sampleRate) {
         f = std::pow(10.0f, 2.25f * x + 4.45f);
     }
     s.toneCoef = std::exp(-kTwoPi * f / sampleRate);
-    s.wet = p[kDubDelayDryWet];
     s.dry = 1.0f - p[kDubDelayDryWet];
 }
 
@@ -70,6 +69,7 @@ int32_t Process(DubDelayState& state, Inputs in, uint64_t, Outputs out, uint64_t
     const int32_t status = s.Begin(s, in, out, ctx, Derive, kDubDelayDryWet);
     if (status != kProcessOk) return status;
 
+    const float wet = s.params[kDubDelayDryWet];
     const float* x[2] = {in[0], in[1]};
     float* y[2] = {out[0], out[1]};
     int counter = 0; // the first update comes with the call's first sample
@@ -98,7 +98,7 @@ int32_t Process(DubDelayState& state, Inputs in, uint64_t, Outputs out, uint64_t
             c.env = std::max(std::fabs(z), c.env * s.release);
             if (c.env > 1.0f) z /= c.env;
             c.buf.Store(FlushTiny(z));
-            y[k][n] = in0 * s.dry + d * s.wet;
+            y[k][n] = in0 * s.dry + d * wet;
         }
     }
     for (DubDelayChannel& c : s.ch) {

@@ -39,7 +39,6 @@ struct DubDelayState : EffectCore<kDubDelayParamCount> {
     float lowMix = 1.0f;
     float highMix = 0.0f;
     float toneCoef = 0.0f;
-    float wet = 0.0f;
     float dry = 1.0f;
 
     DubDelayChannel ch[2];

@@ -16,7 +16,6 @@ void Derive(FlangerState& s, float sampleRate) {
     s.sweep = total * p[kFlangerDelay];
     s.minimum = total - s.sweep;
     s.fb = 1.9f * p[kFlangerFeedback] - 0.95f;
-    s.wet = p[kFlangerDryWet];
     s.dry = 1.0f - p[kFlangerDryWet];
     if (p[kFlangerRate] < 0.01f) {
         // Frozen sweep at its longest delay.
@@ -52,6 +51,7 @@ int32_t Process(FlangerState& state, Inputs in, uint64_t, Outputs out, uint64_t,
     const int32_t status = s.Begin(s, in, out, ctx, Derive);
     if (status != kProcessOk) return status;
 
+    const float wet = s.params[kFlangerDryWet];
     const float* xl = in[0];
     const float* xr = in[1];
     float* outL = out[0];
@@ -67,8 +67,8 @@ int32_t Process(FlangerState& state, Inputs in, uint64_t, Outputs out, uint64_t,
         const float t = d - static_cast<float>(id);
         s.lastL = ReadLine(s.bufL.Data(), r, t);
         s.lastR = ReadLine(s.bufR.Data(), r, t);
-        outL[n] = xl[n] * s.dry - s.wet * s.lastL;
-        outR[n] = xr[n] * s.dry - s.wet * s.lastR;
+        outL[n] = xl[n] * s.dry - wet * s.lastL;
+        outR[n] = xr[n] * s.dry - wet * s.lastR;
     }
     if (std::fabs(s.lastL) <= 1e-10f) {
         s.lastL = 0.0f;

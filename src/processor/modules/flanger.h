@@ -26,7 +26,6 @@ struct FlangerState : EffectCore<kFlangerParamCount> {
     float sweep = 0.0f;     // swept part of the delay (samples)
     float minimum = 0.0f;   // fixed part of the delay (samples)
     float fb = 0.0f;
-    float wet = 0.0f;
     float dry = 1.0f;
 
     dsp::DelayLine bufL; // count down; both always at the same position
