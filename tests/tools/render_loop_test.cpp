@@ -110,14 +110,16 @@ TEST(RenderLoop, ProgressCanAbortTheRender) {
 
 TEST(RenderLoop, ChannelsProgramsAndMixChangesAreSortedOut) {
     SmfFile file{0, 480, {{}}};
-    const uint8_t messages[][3] = {{0x90, 60, 100}, {0x99, 36, 100}, {0xC0, 4, 0},
-                                   {0xC9, 4, 0},    {0xC0, 5, 0},    {0xB0, 7, 100},
-                                   {0xB9, 7, 0},    {0xB0, 10, 0},   {0x80, 60, 0}};
+    const uint8_t messages[][3] = {{0x90, 60, 100}, {0x99, 36, 100}, {0xC0, 4, 0}, {0xC9, 4, 0},
+                                   {0xC0, 5, 0},    {0xB0, 7, 100},  {0xB9, 7, 0}, {0xB0, 10, 0},
+                                   {0x80, 60, 0},   {0xC0, 4, 0}}; // again: nothing left to change
     for (const auto& m : messages)
         file.tracks[0].push_back({480, 0, SmfEventType::Channel, m[0], m[1], m[2]});
     TimelineOptions options;
     options.channels = 0x01FF; // 1 to 9: no drums
-    options.programs[4] = {{11, 0.25f}, {12, 0.75f}};
+    options.programs[4] = {{11, 0.25f}, {12, 0.75f}, {13, 0.5f}};
+    options.startValues = std::vector<float>(14, 0.0f);
+    options.startValues[13] = 0.5f; // already there: not sent
     const Timeline t = BuildTimeline(file, 1000, {}, options);
     // Half a second at 120 bpm; program 5 is mapped, 6 is not.
     ASSERT_EQ(t.actions.size(), 4u);

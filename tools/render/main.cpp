@@ -182,6 +182,9 @@ void RenderOne(const Options& options, const OutputTarget& target,
     TimelineOptions timelineOptions;
     if (!options.channels.empty()) timelineOptions.channels = ParseChannels(options.channels);
     timelineOptions.programs = ProgramValues(programTable, loaded, baseline, options);
+    timelineOptions.startValues.resize(params.Size());
+    for (uint32_t id = 0; id < params.Size(); ++id)
+        engine.GetParam(id, timelineOptions.startValues[id]);
     const Timeline timeline =
         BuildTimeline(midi, options.rate, ControlIds::From(params), timelineOptions);
     const double fileSeconds = double(timeline.endFrame) / options.rate;

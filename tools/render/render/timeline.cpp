@@ -10,6 +10,7 @@ Timeline BuildTimeline(const SmfFile& file, uint32_t sampleRate, const ControlId
     timeline.endFrame = clock.FrameAt(file.LastTick(), sampleRate);
 
     float bpm = timeline.startBpm;
+    std::vector<float> current = options.startValues; // as program changes leave them
     for (const SmfEvent& ev : file.Merged()) {
         const int64_t frame = clock.FrameAt(ev.tick, sampleRate);
         if (ev.type == SmfEventType::Tempo) {
@@ -34,8 +35,13 @@ Timeline BuildTimeline(const SmfFile& file, uint32_t sampleRate, const ControlId
         }
         if (kind == 0xC0) {
             if (auto it = options.programs.find(ev.data1); it != options.programs.end())
-                for (const auto& v : it->second)
+                for (const auto& v : it->second) {
+                    if (v.id < current.size()) {
+                        if (current[v.id] == v.value) continue;
+                        current[v.id] = v.value;
+                    }
                     timeline.actions.push_back({frame, HostAction::Kind::Param, v.id, v.value, 0});
+                }
             continue;
         }
         if (auto action = HostCore::MapMidi(ev.status, ev.data1, ev.data2, controls)) {

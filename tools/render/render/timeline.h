@@ -35,6 +35,9 @@ struct TimelineOptions {
     // Program number (0..127 as sent) to the parameter values a program change sets;
     // program changes not listed are ignored.
     std::map<uint8_t, std::vector<HostCore::ParamValue>> programs;
+    // Each parameter's value when the render starts, by id: a program change sends
+    // only the values that differ from what the engine holds by then.
+    std::vector<float> startValues;
 };
 
 Timeline BuildTimeline(const SmfFile& file, uint32_t sampleRate, const ControlIds& controls,
