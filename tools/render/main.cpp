@@ -102,7 +102,6 @@ SampleFormat ParseFormat(const std::string& format) {
 
 SmfFile ReadInput(const std::string& input) {
     if (input != "-") return ReadSmf(input);
-    std::cin.exceptions(std::ios::goodbit);
     const std::vector<char> bytes{std::istreambuf_iterator<char>(std::cin),
                                   std::istreambuf_iterator<char>()};
     try {
@@ -304,15 +303,14 @@ int Run(const Options& options) {
 }
 
 // Sample rates the engine accepts; a clear message instead of the type's whole range.
-const CLI::Validator kRate{[](std::string& text) -> std::string {
-                               try {
-                                   const double rate = std::stod(text);
-                                   if (rate >= 8000 && rate <= 768000) return {};
-                               } catch (const std::exception&) {
-                               }
-                               return "the sample rate must be from 8000 to 768000 Hz, not " + text;
-                           },
-                           "8000..768000"};
+std::string CheckRate(std::string& text) {
+    try {
+        const double rate = std::stod(text);
+        if (rate >= 8000 && rate <= 768000) return {};
+    } catch (const std::exception&) {
+    }
+    return "the sample rate must be from 8000 to 768000 Hz, not " + text;
+}
 
 } // namespace
 
@@ -338,7 +336,7 @@ int main(int argc, char** argv) {
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     app.add_option("-r,--rate", options.rate, "sample rate in Hz, 8000 to 768000 (default 44100)")
-        ->transform(kRate);
+        ->check(CLI::Validator(CheckRate, "8000..768000"));
     app.add_option("-f,--format", options.format,
                    "sample format: 16, 24 or float (default 24; FLAC 16 or 24; not used by ogg "
                    "and opus)")
