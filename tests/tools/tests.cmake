@@ -151,9 +151,9 @@ vantor_render_test(ogg ARGS ${CLIP} -o ${RENDER_OUT}/clip.ogg --tail 0
   CHECK ${RENDER_OUT}/clip.ogg --type ogg --min-peak 0.01)
 
 # Several inputs, each to its own file in a folder, as --type says.
-vantor_render_test(several ARGS ${CLIP} ${VANTOR_DOC_DIR}/demo.mid -o ${RENDER_OUT}/several/
-  --type flac --tail 0)
-foreach(name clip demo)
+set(PAN_MID ${CMAKE_CURRENT_LIST_DIR}/data/pan_left_program1.mid)
+vantor_render_test(several ARGS ${CLIP} ${PAN_MID} -o ${RENDER_OUT}/several/ --type flac --tail 0)
+foreach(name clip pan_left_program1)
   add_test(NAME tools.render.several.${name} COMMAND ${WAVCHECK}
     ${RENDER_OUT}/several/${name}.flac --type flac --min-peak 0.01)
   set_tests_properties(tools.render.several.${name} PROPERTIES FIXTURES_REQUIRED render_several)
@@ -169,7 +169,6 @@ set_tests_properties(tools.render.gain_summary PROPERTIES FIXTURES_REQUIRED rend
   PASS_REGULAR_EXPRESSION "Peak +-[0-9.]+ dBFS rendered, -[0-9.]+ dBFS written \\(\\+6.0 dB\\)\nSpeed +[0-9.]+x real time")
 
 # Channels, pan and program changes: one note on channel 1 after program 1 and CC 10 = 0.
-set(PAN_MID ${CMAKE_CURRENT_LIST_DIR}/data/pan_left_program1.mid)
 vantor_render_test(pan_left ARGS ${PAN_MID} -o ${RENDER_OUT}/pan_left.wav --tail 0
   CHECK ${RENDER_OUT}/pan_left.wav --min-peak 0.01 --max-right-peak 0.001)
 vantor_render_test(other_channels ARGS ${PAN_MID} -o ${RENDER_OUT}/other_channels.wav --tail 0
