@@ -3,6 +3,7 @@
 // block rendering, note handling and host feedback.
 #include "processor/hostinterface.h"
 #include "processor/modules/paraminfoloader.h"
+#include "processor/modules/vcf.h"
 #include "processor/modules/voices.h"
 #include "processor/processcontext.h"
 
@@ -83,7 +84,15 @@ private:
     void Construct();
     void BindParameters();
     void RenderBlock();
-    void RenderVoice(int v);
+    // The filter call of one voice: its input and output positions.
+    struct FilterWiring {
+        float* in[kVcfInputCount];
+        float* out[1];
+    };
+    void RenderVoices();
+    bool RandomDrawsKeepOrder(const int* enabled, int count) const;
+    VcfCall RenderVoiceFront(int v, FilterWiring& wiring);
+    void RenderVoiceBack(int v);
     bool SourceInUse(int v, int source) const;
     // Resets voice v's chain after a non-finite block; the caller drops the block.
     void HealVoice(int v);

@@ -119,8 +119,7 @@ void VantorProcessor::RenderBlock() {
     }
 
     // Every enabled voice.
-    for (int v = 0; v < kVoiceCount; ++v)
-        if (m.voices[v][kVoiceIsEnable] != 0.0f) RenderVoice(v);
+    RenderVoices();
 
     // Ambient noise into the mix.
     for (int n = 0; n < kBlockSize; ++n) {
@@ -196,7 +195,74 @@ bool VantorProcessor::SourceInUse(int v, int source) const {
     return false;
 }
 
-void VantorProcessor::RenderVoice(int v) {
+// The voices are rendered in three passes: the front half of every voice
+// (matrix, ramps, lag, trackers, oscillators, FM) in voice order, the filters
+// of all voices together, then the back half of every voice (VCAs, LFOs,
+// envelopes, mix, end of sound) in voice order. This gives the bytes of plain
+// voice order because nothing a voice computes after its filter feeds the
+// front half of another voice: each voice reads only its own buffers and
+// states, the shared ones (controllers, vibrato, ambient noise) are written
+// before the voices, and the mix is written by back halves only. The one
+// exception is the shared random generator: when a back half that draws from
+// it (an LFO on a random wave) comes before a later voice whose front half
+// draws (oscillator noise), the draws would change order, so that block keeps
+// plain voice order.
+void VantorProcessor::RenderVoices() {
+    Modules& m = *modules;
+    int enabled[kVoiceCount];
+    int count = 0;
+    for (int v = 0; v < kVoiceCount; ++v)
+        if (m.voices[v][kVoiceIsEnable] != 0.0f) enabled[count++] = v;
+
+    // The modules that pick a source refresh their selection first, so that
+    // the inputs wired below and the "in use" tests read this block's choice.
+    for (int i = 0; i < count; ++i) {
+        const int v = enabled[i];
+        RefreshParams(m.lags[v]);
+        for (int k = 0; k < 5; ++k) RefreshParams(m.lfos[5 * v + k]);
+        for (int t = 0; t < 3; ++t) RefreshParams(m.trackers[3 * v + t]);
+    }
+
+    FilterWiring wiring[kVoiceCount] = {};
+    VcfCall calls[kVoiceCount] = {};
+    if (RandomDrawsKeepOrder(enabled, count)) {
+        for (int i = 0; i < count; ++i) calls[i] = RenderVoiceFront(enabled[i], wiring[i]);
+        ProcessVoices(calls, count, processContext);
+        for (int i = 0; i < count; ++i) RenderVoiceBack(enabled[i]);
+    } else {
+        for (int i = 0; i < count; ++i) {
+            calls[i] = RenderVoiceFront(enabled[i], wiring[i]);
+            ProcessVoices(&calls[i], 1, processContext);
+            RenderVoiceBack(enabled[i]);
+        }
+    }
+}
+
+// True unless a voice's back half draws random numbers before a later
+// voice's front half does.
+bool VantorProcessor::RandomDrawsKeepOrder(const int* enabled, int count) const {
+    const Modules& m = *modules;
+    bool backDrew = false;
+    for (int i = 0; i < count; ++i) {
+        const int v = enabled[i];
+        if (backDrew) {
+            for (int k = 0; k < 2; ++k) {
+                // The oscillator reads its switch at its next refresh.
+                const auto& p = m.oscillators[2 * v + k].params;
+                const float noiseOn =
+                    p.bound[kOscNoiseOn] != nullptr ? *p.bound[kOscNoiseOn] : p[kOscNoiseOn];
+                if (noiseOn == 1.0f) return false;
+            }
+        }
+        for (int k = 0; k < 5; ++k) {
+            const uint32_t wave = m.lfos[5 * v + k].wave;
+            if (wave == 4 || wave == 5) backDrew = true;
+        }
+    }
+    return true;
+}
+
+VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
     SignalBank& bank = *signals;
     Modules& m = *modules;
     VoiceBuffers& vb = bank.voices[v];
@@ -206,12 +272,6 @@ void VantorProcessor::RenderVoice(int v) {
     auto selected = [&](int32_t index) -> float* {
         return index < 0 || index >= kSourceCount ? nullptr : src[index];
     };
-
-    // The modules that pick a source refresh their selection first, so that
-    // the inputs wired below and the "in use" tests read this block's choice.
-    RefreshParams(m.lags[v]);
-    for (int k = 0; k < 5; ++k) RefreshParams(m.lfos[5 * v + k]);
-    for (int t = 0; t < 3; ++t) RefreshParams(m.trackers[3 * v + t]);
 
     // Routing table of the voice's modulation matrix
     Process(m.matrices[v], src, kSourceCount, dst, kDestinationCount, ctx);
@@ -286,18 +346,28 @@ void VantorProcessor::RenderVoice(int v) {
     // Oscillator sum
     for (int n = 0; n < kBlockSize; ++n) vb.oscSum[n] = vb.oscAudio[0][n] + vb.oscAudio[1][n];
 
-    // Filter
-    {
-        float* in[7] = {vb.oscSum,
-                        dst[7],
-                        dst[8],
-                        bank.vibratoOut,
-                        bank.pitchbend,
-                        vb.lag,
-                        fmToFilter ? vb.fmOut[0] : nullptr};
-        float* out[1] = {vb.filter};
-        Process(filter, in, 7, out, 1, ctx, runAnyway);
-    }
+    // The filter call, run later with the other voices' filters.
+    wiring.in[kVcfInAudio] = vb.oscSum;
+    wiring.in[kVcfInCutoffMod] = dst[7];
+    wiring.in[kVcfInResMod] = dst[8];
+    wiring.in[kVcfInVibrato] = bank.vibratoOut;
+    wiring.in[kVcfInPitchbend] = bank.pitchbend;
+    wiring.in[kVcfInLag] = vb.lag;
+    wiring.in[kVcfInFm] = fmToFilter ? vb.fmOut[0] : nullptr;
+    wiring.out[0] = vb.filter;
+    return {&filter, wiring.in, wiring.out, runAnyway};
+}
+
+void VantorProcessor::RenderVoiceBack(int v) {
+    SignalBank& bank = *signals;
+    Modules& m = *modules;
+    VoiceBuffers& vb = bank.voices[v];
+    const ProcessContext& ctx = processContext;
+    float** src = vb.sources;
+    float** dst = vb.destinations;
+    auto selected = [&](int32_t index) -> float* {
+        return index < 0 || index >= kSourceCount ? nullptr : src[index];
+    };
 
     // VCAs
     {
@@ -329,6 +399,8 @@ void VantorProcessor::RenderVoice(int v) {
     }
 
     // Envelopes
+    float* triggers[6] = {vb.lfoTrigger[0], vb.lfoTrigger[1], vb.lfoTrigger[2],
+                          vb.lfoTrigger[3], vb.lfoTrigger[4], bank.vibratoTrigger};
     for (int k = 0; k < 5; ++k) {
         if (!SourceInUse(v, 11 + k)) continue;
         float* in[11] = {dst[13 + 5 * k], dst[14 + 5 * k], dst[15 + 5 * k], dst[16 + 5 * k],

@@ -84,14 +84,16 @@ TEST(Vcf, TypeSelectsModeByFifteenthsAndAChangeDampsResonanceForOneBlock) {
     rig.params[kVcfType] = 3.5f / 15.0f;
     for (int i = 0; i < kBlockSize; ++i) rig.audio[i] = (i < 16) ? 0.5f : -0.5f;
     rig.Run(300);
-    ASSERT_NE(rig.vcf.s4, 0.0f);
+    ASSERT_NE(rig.vcf.pole[3], 0.0f);
     rig.params[kVcfType] = 9.5f / 15.0f;
     rig.Run();
     // One block towards 1 % of the target, then mode 9 with cleared memory.
     EXPECT_NEAR(rig.vcf.resState, 0.01 + 0.99 * std::exp(-100.0 * 32 / 44100.0), 1e-4);
     EXPECT_EQ(rig.vcf.loadedMode, 9);
-    EXPECT_EQ(rig.vcf.s1 + rig.vcf.s2 + rig.vcf.s3 + rig.vcf.s4 + rig.vcf.fbAvg, 0.0f);
-    EXPECT_EQ(rig.vcf.section1.bp + rig.vcf.section1.lp + rig.vcf.section2.lp, 0.0f);
+    EXPECT_EQ(rig.vcf.pole[0] + rig.vcf.pole[1] + rig.vcf.pole[2] + rig.vcf.pole[3] +
+                  rig.vcf.feedbackAvg,
+              0.0f);
+    EXPECT_EQ(rig.vcf.svfFirst.bp + rig.vcf.svfFirst.lp + rig.vcf.svfSecond.lp, 0.0f);
     const float damped = rig.vcf.resState;
     rig.Run();
     EXPECT_GT(rig.vcf.resState, damped);
@@ -125,8 +127,9 @@ TEST(Vcf, EveryModeStaysBoundedAndFreeOfSubnormals) {
             for (int b = 0; b < 3000; ++b) {
                 rig.Run();
                 const VcfState& s = rig.vcf;
-                for (float v : {s.s1, s.s2, s.s3, s.s4, s.fbAvg, s.leak.bp, s.leak.lp,
-                                s.section1.bp, s.section1.lp, s.section2.bp, s.section2.lp})
+                for (float v :
+                     {s.pole[0], s.pole[1], s.pole[2], s.pole[3], s.feedbackAvg, s.leak.bp,
+                      s.leak.lp, s.svfFirst.bp, s.svfFirst.lp, s.svfSecond.bp, s.svfSecond.lp})
                     clean = clean && normal(v);
                 clean = clean && std::all_of(rig.out, rig.out + kBlockSize, normal);
             }
