@@ -93,6 +93,7 @@ private:
     bool RandomDrawsKeepOrder(const int* enabled, int count) const;
     VcfCall RenderVoiceFront(int v, FilterWiring& wiring);
     void RenderVoiceBack(int v);
+    bool Vca1Silent(int v) const;
     bool SourceInUse(int v, int source) const;
     // Resets voice v's chain after a non-finite block; the caller drops the block.
     void HealVoice(int v);

@@ -262,6 +262,21 @@ bool VantorProcessor::RandomDrawsKeepOrder(const int* enabled, int count) const 
     return true;
 }
 
+// VCA 1 of an inactive voice outputs zeros for the whole block: its gain is
+// exactly 0 and its level input and smoothed level are 0. Valid once the
+// voice's matrix has run.
+bool VantorProcessor::Vca1Silent(int v) const {
+    if (HasVoice(voiceState.activeVoices, v)) return false;
+    const VcaState& vca = modules->vcas[2 * v];
+    const float* gain = vca.params.bound[0];
+    if ((gain != nullptr ? *gain : vca.params[0]) != 0.0f) return false;
+    if (vca.smoothState != 0.0f) return false;
+    const float* level = signals->voices[v].destinations[9];
+    for (int n = 0; n < kBlockSize; ++n)
+        if (level[n] != 0.0f) return false;
+    return true;
+}
+
 VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
     SignalBank& bank = *signals;
     Modules& m = *modules;
@@ -312,7 +327,9 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
 
     // FM goes either to oscillator 1 or to the filter; decided before both calls.
     const bool fmToFilter = m.fm[v].destination != 0.0f;
-    const bool runAnyway = m.vcas[2 * v + 1].gain > 0.0f;
+    // A VCA 2 gain above 0 keeps an inactive voice's oscillators and filter
+    // running, unless VCA 1 passes nothing this block anyway.
+    const bool runAnyway = m.vcas[2 * v + 1].gain > 0.0f && !Vca1Silent(v);
 
     // Oscillators
     {
