@@ -94,6 +94,7 @@ private:
     VcfCall RenderVoiceFront(int v, FilterWiring& wiring);
     void RenderVoiceBack(int v);
     bool Vca1Silent(int v) const;
+    uint32_t SourcesInUse(int v) const;
     bool SourceInUse(int v, int source) const;
     // Resets voice v's chain after a non-finite block; the caller drops the block.
     void HealVoice(int v);
@@ -124,11 +125,11 @@ private:
     Processor::ValueChange voiceGateShadow[kVoiceCount];
     Processor::ValueChange noteColorShadow[128];
     Processor::ValueChange changeList[kVoiceCount + 128];
-    int32_t vcaEnvelopeSources[2][6] = {};
     uint32_t deferredNoteOffs[kDeferredNoteOffCapacity] = {};
     float keyPressure[128] = {};
     uint64_t deferredNoteOffCount = 0;
     bool sustainWasOn = false;
+    uint32_t sourcesInUse[kVoiceCount] = {}; // bit s: source s of the voice is read
 
     bool initFailed = false;
     float dcState[2] = {};

@@ -184,15 +184,25 @@ void VantorProcessor::HealVoice(int v) {
     ++healedBlocks;
 }
 
-bool VantorProcessor::SourceInUse(int v, int source) const {
+// Sources of voice v that something reads: a matrix routing, the lag, an
+// LFO or a tracking generator selects them. Taken once per block after the
+// voice's matrix has run, when every selection of the block is known.
+uint32_t VantorProcessor::SourcesInUse(int v) const {
     const Modules& m = *modules;
-    if (m.matrices[v].sourceUseCount[source] > 0) return true;
-    if (m.lags[v].inputIndex == source) return true;
-    for (int k = 0; k < 5; ++k)
-        if (m.lfos[5 * v + k].inputIndex == source) return true;
-    for (int t = 0; t < 3; ++t)
-        if (m.trackers[3 * v + t].inputIndex == source) return true;
-    return false;
+    uint32_t mask = 0;
+    const auto add = [&mask](int32_t source) {
+        if (source >= 0 && source < kSourceCount) mask |= 1u << source;
+    };
+    for (int source = 0; source < kSourceCount; ++source)
+        if (m.matrices[v].sourceUseCount[source] > 0) add(source);
+    add(m.lags[v].inputIndex);
+    for (int k = 0; k < 5; ++k) add(m.lfos[5 * v + k].inputIndex);
+    for (int t = 0; t < 3; ++t) add(m.trackers[3 * v + t].inputIndex);
+    return mask;
+}
+
+bool VantorProcessor::SourceInUse(int v, int source) const {
+    return ((sourcesInUse[v] >> source) & 1u) != 0;
 }
 
 // The voices are rendered in three passes: the front half of every voice
@@ -290,6 +300,7 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
 
     // Routing table of the voice's modulation matrix
     Process(m.matrices[v], src, kSourceCount, dst, kDestinationCount, ctx);
+    sourcesInUse[v] = SourcesInUse(v);
 
     // Ramps
     float* triggers[6] = {vb.lfoTrigger[0], vb.lfoTrigger[1], vb.lfoTrigger[2],
@@ -403,8 +414,6 @@ void VantorProcessor::RenderVoiceBack(int v) {
     for (int k = 0; k < 2; ++k) {
         for (uint32_t& s : levelSources[k]) s = kNoSource;
         SourcesOfDestination(m.matrices[v], levelSources[k], static_cast<uint32_t>(9 + k));
-        for (int i = 0; i < 6; ++i)
-            vcaEnvelopeSources[k][i] = static_cast<int32_t>(levelSources[k][i]);
     }
 
     // LFOs
