@@ -94,6 +94,8 @@ private:
     VcfCall RenderVoiceFront(int v, FilterWiring& wiring);
     void RenderVoiceBack(int v);
     bool Vca1Silent(int v) const;
+    float* SelectedSource(int v, int32_t index) const;
+    void TriggerInputs(int v, float** triggers) const;
     uint32_t SourcesInUse(int v) const;
     bool SourceInUse(int v, int source) const;
     // Resets voice v's chain after a non-finite block; the caller drops the block.

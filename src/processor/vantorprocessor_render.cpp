@@ -1,6 +1,7 @@
 // Block rendering: controllers, the per-voice chain, mix, DC removal, effect
 // slots and master volume.
 #include "processor/modules.h"
+#include "processor/routing.h"
 #include "processor/signalbank.h"
 #include "processor/vantorprocessor.h"
 
@@ -32,10 +33,6 @@ bool IsFinite(const float* buffer) {
     float sum = 0.0f;
     for (int n = 0; n < kBlockSize; ++n) sum += buffer[n];
     return std::isfinite(sum);
-}
-
-bool IsBipolarSource(int32_t source) {
-    return source == 2 || source == 5 || (source >= 16 && source <= 20);
 }
 
 } // namespace
@@ -281,7 +278,7 @@ bool VantorProcessor::Vca1Silent(int v) const {
     const float* gain = vca.params.bound[0];
     if ((gain != nullptr ? *gain : vca.params[0]) != 0.0f) return false;
     if (vca.smoothState != 0.0f) return false;
-    const float* level = signals->voices[v].destinations[9];
+    const float* level = signals->voices[v].destinations[kDstVca1Level];
     for (int n = 0; n < kBlockSize; ++n)
         if (level[n] != 0.0f) return false;
     return true;
@@ -294,27 +291,26 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
     const ProcessContext& ctx = processContext;
     float** src = vb.sources;
     float** dst = vb.destinations;
-    auto selected = [&](int32_t index) -> float* {
-        return index < 0 || index >= kSourceCount ? nullptr : src[index];
-    };
 
     // Routing table of the voice's modulation matrix
     Process(m.matrices[v], src, kSourceCount, dst, kDestinationCount, ctx);
     sourcesInUse[v] = SourcesInUse(v);
 
     // Ramps
-    float* triggers[6] = {vb.lfoTrigger[0], vb.lfoTrigger[1], vb.lfoTrigger[2],
-                          vb.lfoTrigger[3], vb.lfoTrigger[4], bank.vibratoTrigger};
+    float* triggers[kTriggerInputCount];
+    TriggerInputs(v, triggers);
     for (int r = 0; r < 4; ++r) {
-        if (!SourceInUse(v, 24 + r)) continue;
+        if (!SourceInUse(v, RampSource(r))) continue;
         float* out[1] = {vb.ramp[r]};
-        Process(m.ramps[4 * v + r], triggers, 6, out, 1, ctx);
+        Process(m.ramps[4 * v + r], triggers, kTriggerInputCount, out, 1, ctx);
     }
 
     // Lag
     {
         LagState& lag = m.lags[v];
-        float* in[2] = {selected(lag.inputIndex), dst[12]};
+        float* in[kLagInputCount] = {};
+        in[kLagInSource] = SelectedSource(v, lag.inputIndex);
+        in[kLagInRate] = dst[kDstLagRate];
         float* out[1] = {vb.lag};
         Process(lag, in, 29, out, 1, ctx);
     }
@@ -323,7 +319,7 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
     for (int t = 0; t < 3; ++t) {
         TrackState& tracker = m.trackers[3 * v + t];
         tracker.bipolar = IsBipolarSource(tracker.inputIndex) ? 1 : 0;
-        if (!SourceInUse(v, 21 + t)) continue;
+        if (!SourceInUse(v, TrackSource(t))) continue;
         float* out[1] = {vb.track[t]};
         Process(tracker, src, kSourceCount, out, 1, ctx);
     }
@@ -342,31 +338,26 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
     // running, unless VCA 1 passes nothing this block anyway.
     const bool runAnyway = m.vcas[2 * v + 1].gain > 0.0f && !Vca1Silent(v);
 
-    // Oscillators
-    {
-        float* in[10] = {dst[1],
-                         dst[2],
-                         dst[3],
-                         nullptr,
-                         vb.lag,
-                         bank.vibratoOut,
-                         bank.pitchbend,
-                         fmToFilter ? nullptr : vb.fmOut[0],
-                         bank.ambientNoise,
-                         fmToFilter ? nullptr : vb.fmOut[1]};
-        float* out[2] = {vb.oscOut0[0], vb.oscAudio[0]};
-        Process(m.oscillators[2 * v], in, 1, out, 2, ctx, runAnyway);
-    }
-    {
-        float* in[10] = {dst[4],          dst[5],         dst[6],  vb.oscOut0[0],     vb.lag,
-                         bank.vibratoOut, bank.pitchbend, nullptr, bank.ambientNoise, vb.fmOut[1]};
-        float* out[2] = {vb.oscOut0[1], vb.oscAudio[1]};
-        Process(m.oscillators[2 * v + 1], in, 1, out, 2, ctx, runAnyway);
+    // Oscillators: oscillator 1 drives oscillator 2's sync, oscillator 2 the FM.
+    for (int k = 0; k < 2; ++k) {
+        float* in[kOscInputCount] = {};
+        for (int i : {kOscInPitch, kOscInPulseWidth, kOscInVolume}) in[i] = dst[OscDst(k, i)];
+        in[kOscInSync] = k == 1 ? vb.oscOut0[0] : nullptr;
+        in[kOscInGlide] = vb.lag;
+        in[kOscInVibrato] = bank.vibratoOut;
+        in[kOscInPitchbend] = bank.pitchbend;
+        in[kOscInLinearFm] = k == 0 && !fmToFilter ? vb.fmOut[0] : nullptr;
+        in[kOscInJitter] = bank.ambientNoise;
+        in[kOscInFmActive] = k == 1 || !fmToFilter ? vb.fmOut[1] : nullptr;
+        float* out[2] = {vb.oscOut0[k], vb.oscAudio[k]};
+        Process(m.oscillators[2 * v + k], in, 1, out, 2, ctx, runAnyway);
     }
 
     // FM amount
     {
-        float* in[2] = {vb.oscOut0[1], dst[11]};
+        float* in[kFmInputCount] = {};
+        in[kFmInSignal] = vb.oscOut0[1];
+        in[kFmInAmount] = dst[kDstFmAmount];
         float* out[2] = {vb.fmOut[0], vb.fmOut[1]};
         Process(m.fm[v], in, 2, out, 2, ctx);
     }
@@ -376,8 +367,8 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
 
     // The filter call, run later with the other voices' filters.
     wiring.in[kVcfInAudio] = vb.oscSum;
-    wiring.in[kVcfInCutoffMod] = dst[7];
-    wiring.in[kVcfInResMod] = dst[8];
+    wiring.in[kVcfInCutoffMod] = dst[kDstVcfCutoff];
+    wiring.in[kVcfInResMod] = dst[kDstVcfRes];
     wiring.in[kVcfInVibrato] = bank.vibratoOut;
     wiring.in[kVcfInPitchbend] = bank.pitchbend;
     wiring.in[kVcfInLag] = vb.lag;
@@ -391,49 +382,43 @@ void VantorProcessor::RenderVoiceBack(int v) {
     Modules& m = *modules;
     VoiceBuffers& vb = bank.voices[v];
     const ProcessContext& ctx = processContext;
-    float** src = vb.sources;
     float** dst = vb.destinations;
-    auto selected = [&](int32_t index) -> float* {
-        return index < 0 || index >= kSourceCount ? nullptr : src[index];
-    };
 
-    // VCAs
-    {
-        float* in[2] = {vb.filter, dst[9]};
-        float* out[1] = {vb.vca[0]};
-        Process(m.vcas[2 * v], in, 2, out, 1, ctx);
-    }
-    {
-        float* in[2] = {vb.vca[0], dst[10]};
-        float* out[1] = {vb.vca[1]};
-        Process(m.vcas[2 * v + 1], in, 2, out, 1, ctx);
+    // VCAs: VCA 1 on the filter, VCA 2 on VCA 1.
+    for (int k = 0; k < 2; ++k) {
+        float* in[kVcaInputCount] = {};
+        in[kVcaInSignal] = k == 0 ? vb.filter : vb.vca[0];
+        in[kVcaInLevel] = dst[VcaLevelDst(k)];
+        float* out[1] = {vb.vca[k]};
+        Process(m.vcas[2 * v + k], in, 2, out, 1, ctx);
     }
 
     // Sources of the two level destinations, for the end-of-sound test
     uint32_t levelSources[2][6];
     for (int k = 0; k < 2; ++k) {
         for (uint32_t& s : levelSources[k]) s = kNoSource;
-        SourcesOfDestination(m.matrices[v], levelSources[k], static_cast<uint32_t>(9 + k));
+        SourcesOfDestination(m.matrices[v], levelSources[k], static_cast<uint32_t>(VcaLevelDst(k)));
     }
 
     // LFOs
     for (int k = 0; k < 5; ++k) {
         LfoState& lfo = m.lfos[5 * v + k];
-        float* in[3] = {dst[38 + 2 * k], dst[39 + 2 * k], selected(lfo.inputIndex)};
+        float* in[kLfoInputCount] = {};
+        in[kLfoInSpeed] = dst[LfoSpeedDst(k)];
+        in[kLfoInAmp] = dst[LfoAmpDst(k)];
+        in[kLfoInSource] = SelectedSource(v, lfo.inputIndex);
         float* out[2] = {vb.lfoOut[k], vb.lfoTrigger[k]};
         Process(lfo, in, 3, out, 2, ctx);
     }
 
     // Envelopes
-    float* triggers[6] = {vb.lfoTrigger[0], vb.lfoTrigger[1], vb.lfoTrigger[2],
-                          vb.lfoTrigger[3], vb.lfoTrigger[4], bank.vibratoTrigger};
     for (int k = 0; k < 5; ++k) {
-        if (!SourceInUse(v, 11 + k)) continue;
-        float* in[11] = {dst[13 + 5 * k], dst[14 + 5 * k], dst[15 + 5 * k], dst[16 + 5 * k],
-                         dst[17 + 5 * k], triggers[0],     triggers[1],     triggers[2],
-                         triggers[3],     triggers[4],     triggers[5]};
+        if (!SourceInUse(v, EnvSource(k))) continue;
+        float* in[kEnvInputCount] = {};
+        for (int i = 0; i < kEnvInFirstTrigger; ++i) in[i] = dst[EnvDst(k, i)];
+        TriggerInputs(v, in + kEnvInFirstTrigger);
         float* out[1] = {vb.env[k]};
-        Process(m.envelopes[5 * v + k], in, 11, out, 1, ctx);
+        Process(m.envelopes[5 * v + k], in, kEnvInputCount, out, 1, ctx);
     }
 
     if (!IsFinite(vb.vca[1])) HealVoice(v);
@@ -452,10 +437,9 @@ void VantorProcessor::RenderVoiceBack(int v) {
     // while that VCA's own gain is 0.
     for (int k = 0; k < 2; ++k) {
         if (m.vcas[2 * v + k].gain != 0.0f) continue;
-        for (int i = 0; i < 6; ++i) {
-            const uint32_t source = levelSources[k][i];
-            if (source < 11 || source > 15) continue;
-            EnvelopeState& env = m.envelopes[5 * v + (source - 11)];
+        for (const uint32_t source : levelSources[k]) {
+            if (!IsEnvelopeSource(source)) continue;
+            EnvelopeState& env = m.envelopes[5 * v + (source - kSrcEnv1)];
             if (env.restartPending == 0 && env.finished != 0) {
                 RemoveVoice(voiceState.activeVoices, v);
                 env.finished = 0;
@@ -466,6 +450,18 @@ void VantorProcessor::RenderVoiceBack(int v) {
 
     // The voice's trigger is consumed.
     RemoveVoice(voiceState.triggerVoices, v);
+}
+
+// The source a module's selector picks, null outside the table.
+float* VantorProcessor::SelectedSource(int v, int32_t index) const {
+    return index < 0 || index >= kSourceCount ? nullptr : signals->voices[v].sources[index];
+}
+
+// The five LFO triggers of voice v, then the vibrato trigger.
+void VantorProcessor::TriggerInputs(int v, float** triggers) const {
+    const VoiceBuffers& vb = signals->voices[v];
+    for (int k = 0; k < 5; ++k) triggers[k] = vb.lfoTrigger[k];
+    triggers[5] = signals->vibratoTrigger;
 }
 
 } // namespace Norvell::Vantor
