@@ -360,12 +360,15 @@ struct CascadeLanes {
            c.tapMix[3] * c.pole[3];
 }
 
-// Per-lane blocks of the cascade's inputs, lane-major; unused lanes stay 0.
-struct CascadeInputs {
-    alignas(16) float x[4][kBlockSize] = {};
-    alignas(16) float poleCoeff[4][kBlockSize] = {};
-    alignas(16) float feedback[4][kBlockSize] = {};
-    alignas(16) float gainComp[4][kBlockSize] = {};
+// Cascades of four voices: their inputs, lane-major (unused lanes hold 0),
+// their states in lanes, and their outputs.
+struct CascadeGroup {
+    alignas(16) float x[4][kBlockSize];
+    alignas(16) float poleCoeff[4][kBlockSize];
+    alignas(16) float feedback[4][kBlockSize];
+    alignas(16) float gainComp[4][kBlockSize];
+    alignas(16) float out[4][kBlockSize];
+    CascadeLanes c;
 };
 
 // Sample-major view of four lane-major rows at samples i..i+3.
@@ -374,80 +377,115 @@ void LoadColumns(const float (&rows)[4][kBlockSize], int i, Lanes (&columns)[4])
     dsp::Transpose(columns[0], columns[1], columns[2], columns[3]);
 }
 
-void RunCascades(VcfState* const* voices, const float* const* x, float* const* y, int count) {
-    CascadeInputs in;
-    CascadeLanes c;
-    float lanePole[4][4] = {};
-    float lanePrev[4] = {};
-    float laneAvg[4] = {};
-    float laneMix[4][4] = {};
-    bool laneTap[4] = {};
+void Gather(CascadeGroup& g, VcfState* const* voices, const float* const* x, int count) {
+    float pole[4][4] = {};
+    float prev[4] = {};
+    float avg[4] = {};
+    float mix[4][4] = {};
+    bool tap[4] = {};
     for (int lane = 0; lane < count; ++lane) {
         const VcfState& s = *voices[lane];
-        std::copy_n(x[lane], kBlockSize, in.x[lane]);
-        std::copy_n(s.feedbackGain, kBlockSize, in.feedback[lane]);
+        std::copy_n(x[lane], kBlockSize, g.x[lane]);
+        std::copy_n(s.feedbackGain, kBlockSize, g.feedback[lane]);
         PerDistinctInput poleCoeff([](float norm) { return 1.0f - std::exp(-kPi * norm); });
         for (int i = 0; i < kBlockSize; ++i) {
-            in.poleCoeff[lane][i] = poleCoeff(s.cutoffNorm[i]);
-            in.gainComp[lane][i] = (1.0f - s.resValue[i] * s.resCompensation) * s.outputGain;
+            g.poleCoeff[lane][i] = poleCoeff(s.cutoffNorm[i]);
+            g.gainComp[lane][i] = (1.0f - s.resValue[i] * s.resCompensation) * s.outputGain;
         }
         for (int t = 0; t < 4; ++t) {
-            lanePole[t][lane] = s.pole[t];
-            laneMix[t][lane] = s.tapMix[t];
+            pole[t][lane] = s.pole[t];
+            mix[t][lane] = s.tapMix[t];
         }
-        lanePrev[lane] = s.prevPole4;
-        laneAvg[lane] = s.feedbackAvg;
-        laneTap[lane] = s.firstPoleIsInput;
+        prev[lane] = s.prevPole4;
+        avg[lane] = s.feedbackAvg;
+        tap[lane] = s.firstPoleIsInput;
+    }
+    for (int lane = count; lane < 4; ++lane) {
+        for (auto* rows : {&g.x, &g.poleCoeff, &g.feedback, &g.gainComp})
+            std::fill_n((*rows)[lane], kBlockSize, 0.0f);
     }
     for (int t = 0; t < 4; ++t) {
-        c.pole[t] = dsp::Load(lanePole[t]);
-        c.tapMix[t] = dsp::Load(laneMix[t]);
+        g.c.pole[t] = dsp::Load(pole[t]);
+        g.c.tapMix[t] = dsp::Load(mix[t]);
     }
-    c.prevPole4 = dsp::Load(lanePrev);
-    c.feedbackAvg = dsp::Load(laneAvg);
-    c.firstPoleIsInput = dsp::MaskWhere(laneTap[0], laneTap[1], laneTap[2], laneTap[3]);
+    g.c.prevPole4 = dsp::Load(prev);
+    g.c.feedbackAvg = dsp::Load(avg);
+    g.c.firstPoleIsInput = dsp::MaskWhere(tap[0], tap[1], tap[2], tap[3]);
+}
 
-    alignas(16) float out[4][kBlockSize];
-    for (int i = 0; i < kBlockSize; i += 4) {
-        Lanes xs[4], as[4], ks[4], gs[4], ys[4];
-        LoadColumns(in.x, i, xs);
-        LoadColumns(in.poleCoeff, i, as);
-        LoadColumns(in.feedback, i, ks);
-        LoadColumns(in.gainComp, i, gs);
-        for (int j = 0; j < 4; ++j) {
-            const Lanes drive = SoftClip((ks[j] + dsp::Splat(1.0f)) * xs[j] * dsp::Splat(0.2f));
-            const Lanes first = CascadeStep(c, drive, ks[j], as[j]);
-            const Lanes second = CascadeStep(c, drive, ks[j], as[j]);
-            ys[j] = (first + second) * gs[j];
-        }
-        dsp::Transpose(ys[0], ys[1], ys[2], ys[3]);
-        for (int lane = 0; lane < 4; ++lane) dsp::Store(&out[lane][i], ys[lane]);
-    }
-
-    for (int t = 0; t < 4; ++t) dsp::Store(lanePole[t], c.pole[t]);
-    dsp::Store(lanePrev, c.prevPole4);
-    dsp::Store(laneAvg, c.feedbackAvg);
+void Scatter(CascadeGroup& g, VcfState* const* voices, float* const* y, int count) {
+    float pole[4][4];
+    float prev[4];
+    float avg[4];
+    for (int t = 0; t < 4; ++t) dsp::Store(pole[t], g.c.pole[t]);
+    dsp::Store(prev, g.c.prevPole4);
+    dsp::Store(avg, g.c.feedbackAvg);
     for (int lane = 0; lane < count; ++lane) {
         VcfState& s = *voices[lane];
-        for (int t = 0; t < 4; ++t) s.pole[t] = lanePole[t][lane];
-        s.prevPole4 = lanePrev[lane];
-        s.feedbackAvg = laneAvg[lane];
-        std::copy_n(out[lane], kBlockSize, y[lane]);
+        for (int t = 0; t < 4; ++t) s.pole[t] = pole[t][lane];
+        s.prevPole4 = prev[lane];
+        s.feedbackAvg = avg[lane];
+        std::copy_n(g.out[lane], kBlockSize, y[lane]);
     }
+}
+
+inline constexpr int kMaxGroups = (kVoiceCount + 3) / 4;
+
+// Up to kMaxGroups groups step through the block side by side: their chains
+// are independent, so each one's latency hides behind the others' work.
+void RunCascades(VcfState* const* voices, const float* const* x, float* const* y, int count) {
+    const int groups = (count + 3) / 4;
+    CascadeGroup g[kMaxGroups];
+    for (int k = 0; k < groups; ++k)
+        Gather(g[k], voices + 4 * k, x + 4 * k, std::min(4, count - 4 * k));
+    for (int i = 0; i < kBlockSize; i += 4) {
+        Lanes xs[kMaxGroups][4], as[kMaxGroups][4], ks[kMaxGroups][4], gs[kMaxGroups][4];
+        Lanes ys[kMaxGroups][4];
+        for (int k = 0; k < groups; ++k) {
+            LoadColumns(g[k].x, i, xs[k]);
+            LoadColumns(g[k].poleCoeff, i, as[k]);
+            LoadColumns(g[k].feedback, i, ks[k]);
+            LoadColumns(g[k].gainComp, i, gs[k]);
+        }
+        for (int j = 0; j < 4; ++j) {
+            for (int k = 0; k < groups; ++k) {
+                const Lanes kj = ks[k][j];
+                const Lanes drive = SoftClip((kj + dsp::Splat(1.0f)) * xs[k][j] * dsp::Splat(0.2f));
+                const Lanes first = CascadeStep(g[k].c, drive, kj, as[k][j]);
+                const Lanes second = CascadeStep(g[k].c, drive, kj, as[k][j]);
+                ys[k][j] = (first + second) * gs[k][j];
+            }
+        }
+        for (int k = 0; k < groups; ++k) {
+            dsp::Transpose(ys[k][0], ys[k][1], ys[k][2], ys[k][3]);
+            for (int lane = 0; lane < 4; ++lane) dsp::Store(&g[k].out[lane][i], ys[k][lane]);
+        }
+    }
+    for (int k = 0; k < groups; ++k)
+        Scatter(g[k], voices + 4 * k, y + 4 * k, std::min(4, count - 4 * k));
+}
+
+// The sections' coefficients follow the corner and the resonance; a sample
+// that repeats both keeps the coefficients of the one before.
+bool CornerChanged(const VcfState& s, int i) {
+    return i == 0 || FloatBits(s.cutoffHz[i]) != FloatBits(s.cutoffHz[i - 1]) ||
+           FloatBits(s.resValue[i]) != FloatBits(s.resValue[i - 1]);
 }
 
 // Both sections at one corner.
 void RunTwinSvfTracked(VcfState& s, const float* x, float* y) {
     for (int i = 0; i < kBlockSize; ++i) {
-        const float fc = s.cutoffHz[i];
-        const float q = s.resValue[i] * 0.25f;
-        const float g =
-            PrewarpedGain(kPi * std::clamp((0.2f * q + 1.0f) * fc, 0.0f, kMaxCutoffHz) * s.invRate);
-        const float e = 7.0f * q + (1.0f - q);
-        const float k2 = 1.0f / (1.4f * q + 0.6f * (1.0f - q));
-        SetSection(s.svfFirst, g, 0.5f / (0.3f * (1.0f - q) + q), Pow10(-0.05f * e),
-                   Pow10(-0.025f * e) * 0.033333335f);
-        SetSection(s.svfSecond, g, k2, Pow10(-0.035f * e), Pow10(-0.0175f * e) * k2);
+        if (CornerChanged(s, i)) {
+            const float fc = s.cutoffHz[i];
+            const float q = s.resValue[i] * 0.25f;
+            const float g = PrewarpedGain(
+                kPi * std::clamp((0.2f * q + 1.0f) * fc, 0.0f, kMaxCutoffHz) * s.invRate);
+            const float e = 7.0f * q + (1.0f - q);
+            const float k2 = 1.0f / (1.4f * q + 0.6f * (1.0f - q));
+            SetSection(s.svfFirst, g, 0.5f / (0.3f * (1.0f - q) + q), Pow10(-0.05f * e),
+                       Pow10(-0.025f * e) * 0.033333335f);
+            SetSection(s.svfSecond, g, k2, Pow10(-0.035f * e), Pow10(-0.0175f * e) * k2);
+        }
         const float y1 = Tick(s.svfFirst, x[i]) / s.svfFirst.gLow;
         y[i] = Tick(s.svfSecond, y1) / s.svfSecond.gLow * 0.63f;
     }
@@ -457,18 +495,21 @@ void RunTwinSvfTracked(VcfState& s, const float* x, float* y) {
 void RunTwinSvfSpread(VcfState& s, const float* x, float* y) {
     const float gLow1 = Pow10(0.05f);
     const float gBand1 = Pow10(0.025f) * 0.033333335f;
+    float outGain = 1.0f;
     for (int i = 0; i < kBlockSize; ++i) {
-        const float fc = s.cutoffHz[i];
-        const float q = s.resValue[i] * 0.25f;
-        const float outGain = Pow10(-0.35f * q);
-        const float w = std::clamp(1.0f - fc * 0.000058866957f * q, 0.06f, 1.0f);
-        SetSection(s.svfFirst,
-                   PrewarpedGain(kPi * std::clamp(1.6f * fc, 0.0f, 14300.0f) * s.invRate),
-                   0.5f / ((0.5f * (1.0f - q) + 2.5f * q) * w), gLow1, gBand1 / w);
-        const float e2 = -0.15f * (1.0f - q) - 1.0500001f * q;
-        SetSection(s.svfSecond,
-                   PrewarpedGain(kPi * std::clamp(1.2f * fc, 0.0f, kMaxCutoffHz) * s.invRate),
-                   2.2222223f, Pow10(e2), Pow10(e2 / 2.0f) * 2.0f);
+        if (CornerChanged(s, i)) {
+            const float fc = s.cutoffHz[i];
+            const float q = s.resValue[i] * 0.25f;
+            outGain = Pow10(-0.35f * q);
+            const float w = std::clamp(1.0f - fc * 0.000058866957f * q, 0.06f, 1.0f);
+            SetSection(s.svfFirst,
+                       PrewarpedGain(kPi * std::clamp(1.6f * fc, 0.0f, 14300.0f) * s.invRate),
+                       0.5f / ((0.5f * (1.0f - q) + 2.5f * q) * w), gLow1, gBand1 / w);
+            const float e2 = -0.15f * (1.0f - q) - 1.0500001f * q;
+            SetSection(s.svfSecond,
+                       PrewarpedGain(kPi * std::clamp(1.2f * fc, 0.0f, kMaxCutoffHz) * s.invRate),
+                       2.2222223f, Pow10(e2), Pow10(e2 / 2.0f) * 2.0f);
+        }
         const float y1 = Tick(s.svfFirst, x[i]) * outGain / gLow1;
         y[i] = Tick(s.svfSecond, y1) / s.svfSecond.gLow * 0.63f;
     }
@@ -534,14 +575,15 @@ void Finish(VcfState& s, const float* x, float* y) {
     }
 }
 
-// Filters the calls whose preparation went through; cascades four at a time.
+// Filters the calls whose preparation went through; the cascades of up to
+// twelve voices run together.
 class CascadeQueue {
 public:
     void Add(VcfState& s, const float* x, float* y) {
         voices[count] = &s;
         xs[count] = x;
         ys[count] = y;
-        if (++count == 4) Run();
+        if (++count == kCapacity) Run();
     }
     void Run() {
         if (count == 0) return;
@@ -551,9 +593,10 @@ public:
     }
 
 private:
-    VcfState* voices[4] = {};
-    const float* xs[4] = {};
-    float* ys[4] = {};
+    static constexpr int kCapacity = 4 * kMaxGroups;
+    VcfState* voices[kCapacity] = {};
+    const float* xs[kCapacity] = {};
+    float* ys[kCapacity] = {};
     int count = 0;
 };
 

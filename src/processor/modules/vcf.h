@@ -128,7 +128,7 @@ struct VcfCall {
     bool runAnyway;
 };
 // Same states and outputs as Process on each call in turn: the cascades of
-// up to four voices share one pass, lane by lane.
+// the voices run side by side, four to an SSE2 register, lane by lane.
 void ProcessVoices(const VcfCall* calls, int count, const ProcessContext& ctx);
 
 } // namespace Norvell::Vantor
