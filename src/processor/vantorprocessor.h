@@ -3,6 +3,7 @@
 // block rendering, note handling and host feedback.
 #include "processor/hostinterface.h"
 #include "processor/modules/paraminfoloader.h"
+#include "processor/modules/vcf.h"
 #include "processor/modules/voices.h"
 #include "processor/processcontext.h"
 
@@ -83,7 +84,19 @@ private:
     void Construct();
     void BindParameters();
     void RenderBlock();
-    void RenderVoice(int v);
+    // The filter call of one voice: its input and output positions.
+    struct FilterWiring {
+        float* in[kVcfInputCount];
+        float* out[1];
+    };
+    void RenderVoices();
+    bool RandomDrawsKeepOrder(const int* enabled, int count) const;
+    VcfCall RenderVoiceFront(int v, FilterWiring& wiring);
+    void RenderVoiceBack(int v);
+    bool Vca1Silent(int v) const;
+    float* SelectedSource(int v, int32_t index) const;
+    void TriggerInputs(int v, float** triggers) const;
+    uint32_t SourcesInUse(int v) const;
     bool SourceInUse(int v, int source) const;
     // Resets voice v's chain after a non-finite block; the caller drops the block.
     void HealVoice(int v);
@@ -114,11 +127,11 @@ private:
     Processor::ValueChange voiceGateShadow[kVoiceCount];
     Processor::ValueChange noteColorShadow[128];
     Processor::ValueChange changeList[kVoiceCount + 128];
-    int32_t vcaEnvelopeSources[2][6] = {};
     uint32_t deferredNoteOffs[kDeferredNoteOffCapacity] = {};
     float keyPressure[128] = {};
     uint64_t deferredNoteOffCount = 0;
     bool sustainWasOn = false;
+    uint32_t sourcesInUse[kVoiceCount] = {}; // bit s: source s of the voice is read
 
     bool initFailed = false;
     float dcState[2] = {};
