@@ -84,30 +84,39 @@ inline float Slewed(LfoSlew& slew, LfoWave wave, float w, float inc) {
     return value;
 }
 
+// The shape and slew are stepped in locals: the output buffers could alias
+// the state as far as the compiler knows, which would keep every field in
+// memory across the stores.
 void PeriodicWaves(LfoState& s, float* out0, float* out1) {
     const bool soften = s.softened;
     const double inv = s.invSampleRate;
+    const dsp::Softening softening = s.softening;
+    dsp::PeriodicShape shape = s.shape;
     if (s.wave == LfoWave::Triangle) {
         for (int n = 0; n < kBlockSize; ++n) {
-            dsp::StepPeriodic(s.shape, static_cast<double>(s.rateHz[n]) * inv, soften, s.softening,
+            dsp::StepPeriodic(shape, static_cast<double>(s.rateHz[n]) * inv, soften, softening,
                               kSquareFall);
-            out1[n] = s.shape.phaseOut;
-            out0[n] = s.shape.triangleValue * s.amplitude[n];
+            out1[n] = shape.phaseOut;
+            out0[n] = shape.triangleValue * s.amplitude[n];
         }
+        s.shape = shape;
         return;
     }
-    const auto slewIndex = static_cast<uint32_t>(s.wave) - 1;
-    LfoSlew& slew = s.slew[slewIndex];
+    const LfoWave wave = s.wave;
+    const auto slewIndex = static_cast<uint32_t>(wave) - 1;
+    LfoSlew slew = s.slew[slewIndex];
     for (int n = 0; n < kBlockSize; ++n) {
-        dsp::StepPeriodic(s.shape, static_cast<double>(s.rateHz[n]) * inv, soften, s.softening,
+        dsp::StepPeriodic(shape, static_cast<double>(s.rateHz[n]) * inv, soften, softening,
                           kSquareFall);
-        out1[n] = s.shape.phaseOut;
-        const float w = s.wave == LfoWave::Square      ? s.shape.squareValue
-                        : s.wave == LfoWave::RisingSaw ? s.shape.phaseOut
-                                                       : s.shape.fallingSawValue;
+        out1[n] = shape.phaseOut;
+        const float w = wave == LfoWave::Square      ? shape.squareValue
+                        : wave == LfoWave::RisingSaw ? shape.phaseOut
+                                                     : shape.fallingSawValue;
         const float inc = s.rateHz[n] * s.invSampleRate;
-        out0[n] = Slewed(slew, s.wave, w, inc) * s.amplitude[n];
+        out0[n] = Slewed(slew, wave, w, inc) * s.amplitude[n];
     }
+    s.shape = shape;
+    s.slew[slewIndex] = slew;
 }
 
 void RandomWave(LfoState& s, dsp::RandomSteps& steps, const float* period, float* out0,
