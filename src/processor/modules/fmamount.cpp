@@ -17,6 +17,10 @@ void Derive(FmAmountState& s) {
 } // namespace
 
 void Init(FmAmountState& state, int32_t voiceIndex) {
+    const auto params = state.params;
+    state = FmAmountState{};
+    state.params = params;
+    state.params.refreshPending = true;
     state.voiceIndex = voiceIndex;
 }
 

@@ -25,6 +25,7 @@ struct FmAmountState {
     float laneSums[4] = {};
 };
 
+// Resets the state (keeping the parameter bindings) for voice voiceIndex.
 void Init(FmAmountState& state, int32_t voiceIndex);
 // Inputs: 0 oscillator 2's triangle, 1 amount modulation. Outputs: 0 FM
 // signal, 1 activity signal. Outputs are left alone while the voice is idle.

@@ -37,6 +37,10 @@ bool TrackUnipolar(const float* p, float x, float& y) {
 } // namespace
 
 void Init(TrackState& state, int32_t voiceIndex) {
+    const auto params = state.params;
+    state = TrackState{};
+    state.params = params;
+    state.params.refreshPending = true;
     state.voiceIndex = voiceIndex;
 }
 

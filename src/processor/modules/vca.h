@@ -45,6 +45,7 @@ struct VcaState {
     bool smoothedSilent = true;      // every smoothed sample is +0
 };
 
+// Clears the smoother (keeping the parameter binding).
 void Init(VcaState& state);
 // Inputs: 0 signal, 1 level modulation. Always 32 samples.
 int32_t Process(VcaState& state, Inputs in, uint64_t count, Outputs out, uint64_t outCount,
