@@ -185,6 +185,13 @@ int32_t VantorProcessor::SetParamSrc(const std::string& instanceName, const std:
     if (static_cast<size_t>(paramIndex) >= slots.count) return 3;
     slots.bound[paramIndex] = value;
     slots.ids[paramIndex] = id;
+    // The store's change counter covers only records bound entirely into it.
+    if (slots.generation != nullptr) {
+        bool inStore = true;
+        for (size_t i = 0; i < slots.count; ++i) inStore = inStore && InStore(slots.bound[i]);
+        *slots.generation = inStore ? &valueGeneration : nullptr;
+    }
+    ++valueGeneration;
     return 0;
 }
 
@@ -200,6 +207,13 @@ void* VantorProcessor::Release(uint32_t flags) {
     this->~VantorProcessor();
     if ((flags & VANTOR_RELEASE_FREE) != 0) ::operator delete(this);
     return this;
+}
+
+bool VantorProcessor::InStore(const float* value) const {
+    if (value == nullptr) return true;
+    const auto* begin = valueStore.get();
+    const auto* bytes = reinterpret_cast<const uint8_t*>(value);
+    return begin != nullptr && bytes >= begin && bytes + sizeof(float) <= begin + valueStoreSize;
 }
 
 float* VantorProcessor::Value(uint32_t id) const {
@@ -261,6 +275,7 @@ bool VantorProcessor::SetParam(uint32_t id, float value) {
     bool stored = false;
     if (id < paramInfos.size() && valueSizes[id] == 4) {
         std::memcpy(Value(id), &value, sizeof value);
+        ++valueGeneration;
         stored = true;
     }
     if (!modules) return stored;
@@ -320,6 +335,7 @@ bool VantorProcessor::SetState(const void* data, uint64_t size) {
         }
     }
     if (size > 0) std::memcpy(valueStore.get(), data, size);
+    ++valueGeneration;
     return true;
 }
 

@@ -103,6 +103,8 @@ private:
     // Logs the resets counted by Render since the last report; never called from Render.
     void ReportHealing();
     float* Value(uint32_t id) const;
+    // True for null and for a pointer to a whole value inside the store.
+    bool InStore(const float* value) const;
 
     using VoiceLinkKey = std::tuple<std::string, std::string, uint32_t>;
     struct VoiceLink {
@@ -120,6 +122,9 @@ private:
     std::vector<uint64_t> valueSizes;
     std::unique_ptr<uint8_t[]> valueStore;
     uint64_t valueStoreSize = 0;
+    // Bumped by every write to the value store; the module records bound into
+    // it skip their change test while it stands still.
+    uint32_t valueGeneration = 0;
     ProcessContext processContext;
     VoiceState voiceState;
     std::unique_ptr<Modules> modules;
