@@ -262,8 +262,8 @@ bool VantorProcessor::RandomDrawsKeepOrder(const int* enabled, int count) const 
             }
         }
         for (int k = 0; k < 5; ++k) {
-            const uint32_t wave = m.lfos[5 * v + k].wave;
-            if (wave == 4 || wave == 5) backDrew = true;
+            const LfoWave wave = m.lfos[5 * v + k].wave;
+            if (wave == LfoWave::RandomSteps || wave == LfoWave::FastRandomSteps) backDrew = true;
         }
     }
     return true;
