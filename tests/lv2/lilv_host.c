@@ -4,7 +4,7 @@
  *   rt       run() neither allocates nor locks (needs the rtcount LD_PRELOAD)
  *   state    a saved state restores into a second instance: equal state, same audio
  *   presets  every shipped preset applies and plays
- *   twice    two instances, one freed while the other runs on another thread
+ *   twice    two instances, one created and freed while the other runs on another thread
  *   notify   parameter values and voice feedback reach the notify port
  *   cpu      prints the CPU of one idle and one playing instance */
 #define _GNU_SOURCE
@@ -34,7 +34,7 @@ static int failures;
 #define CHECK(cond, ...)                                                                           \
     do {                                                                                           \
         if (!(cond)) {                                                                             \
-            ++failures;                                                                            \
+            __atomic_add_fetch(&failures, 1, __ATOMIC_RELAXED);                                    \
             fprintf(stderr, "FAIL %s:%d: ", __FILE__, __LINE__);                                   \
             fprintf(stderr, __VA_ARGS__);                                                          \
             fprintf(stderr, "\n");                                                                 \
@@ -495,12 +495,19 @@ static void* PlayLong(void* arg) {
     return NULL;
 }
 
+/* One instance plays on a thread of its own while a second one is created, plays
+ * and is freed, and the first one's state is saved meanwhile, as hosts do. */
 static void TestTwice(void) {
     Host* a = Open(48000);
-    Host* b = Open(48000);
     pthread_t thread;
     pthread_create(&thread, NULL, PlayLong, a);
+    Host* b = Open(48000);
     Play(b, song, SONG_COUNT, 8000, 64, NULL);
+    for (int i = 0; i < 4; ++i) {
+        LilvState* state = Save(a);
+        CHECK(state != NULL, "no state saved while playing");
+        lilv_state_free(state);
+    }
     Close(b);
     pthread_join(thread, NULL);
     Close(a);

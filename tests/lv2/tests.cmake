@@ -79,3 +79,5 @@ if(NOT VANTOR_SANITIZE)
   set_tests_properties(lv2.host.rt PROPERTIES
     ENVIRONMENT "${LV2_ENV};LD_PRELOAD=$<TARGET_FILE:lv2_rtcount>;RTCOUNT_KNOWN=0")
 endif()
+
+include(${CMAKE_CURRENT_LIST_DIR}/tsan.cmake)
