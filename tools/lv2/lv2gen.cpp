@@ -74,7 +74,7 @@ void WriteState(std::ostream& out, const std::vector<Param>& list, const std::ve
         const bool saved = p.role == Role::Writable || p.name == "presetmode" ||
                            (ownVoices && OtherVoiceSound(p.name));
         if (saved)
-            out << " ;\n        <" << ParamUri(p.name) << "> \"" << Number(values[id])
+            out << " ;\n        <" << ParamUri(p.name) << "> \"" << StateText(values[id])
                 << "\"^^xsd:float";
     }
     out << "\n    ] .\n\n";
