@@ -74,6 +74,12 @@ foreach(test blocks state presets twice notify)
   add_test(NAME lv2.host.${test} COMMAND ${HOST} ${test} $<TARGET_FILE:vantor-render> ${LV2_OUT})
   set_tests_properties(lv2.host.${test} PROPERTIES ENVIRONMENT ${LV2_ENV})
 endforeach()
+# The installed bundle, alone on LV2_PATH, loads and plays every preset.
+add_test(NAME lv2.install.loads COMMAND sh -c "rm -rf \"$1\" && DESTDIR=\"$1\" \"$2\" --install \"$3\" \
+--prefix /usr --component lv2 >/dev/null && LV2_PATH=\"$1/usr/lib/lv2\" \"$4\" presets" sh
+  ${LV2_OUT}/installed ${CMAKE_COMMAND} ${CMAKE_BINARY_DIR} ${HOST})
+set_tests_properties(lv2.install.loads PROPERTIES PASS_REGULAR_EXPRESSION "presets: passed")
+
 if(NOT VANTOR_SANITIZE)
   add_test(NAME lv2.host.rt COMMAND ${HOST} rt)
   set_tests_properties(lv2.host.rt PROPERTIES
