@@ -25,6 +25,8 @@
 #include <string.h>
 #include <time.h>
 
+#include "rtcount.h"
+
 #define PLUGIN_URI "urn:norvell:vantor"
 #define PARAM(name) PLUGIN_URI ":param:" name
 #define SEQ_BYTES 65536
@@ -267,10 +269,10 @@ static void TestBlocks(const char* renderer, const char* dir) {
 }
 
 static void TestRealTime(void) {
-    void (*start)(void) = (void (*)(void))dlsym(RTLD_DEFAULT, "rtcount_start");
-    long (*stop)(void) = (long (*)(void))dlsym(RTLD_DEFAULT, "rtcount_stop");
-    CHECK(start && stop, "run under LD_PRELOAD of the rtcount library");
-    if (!start || !stop) return;
+    RtCountBeginFn begin = (RtCountBeginFn)dlsym(RTLD_DEFAULT, "rtcount_begin");
+    RtCountEndFn end = (RtCountEndFn)dlsym(RTLD_DEFAULT, "rtcount_end");
+    CHECK(begin && end, "run under LD_PRELOAD of the rtcount library");
+    if (!begin || !end) return;
     /* RTCOUNT_KNOWN: calls per engine block made by the engine itself, not by the
      * plugin (its changed-values list sorts with a temporary buffer); the plugin
      * must add none. A negative total means the engine improved: lower the figure. */
@@ -288,9 +290,10 @@ static void TestRealTime(void) {
             moved[i].frame = h->frame + (int64_t)(i * n / SONG_COUNT);
         next = 0;
         Fill(h, moved, SONG_COUNT, &next, n);
-        start();
+        begin();
         lilv_instance_run(h->instance, n);
-        const long counted = stop();
+        const RtCounts c = end();
+        const long counted = c.mallocs + c.frees + c.news + c.deletes + c.locks + c.unlocks;
         /* Engine blocks rendered in this call, each with its own calls into the engine. */
         const int64_t blocks = (h->frame + n + 31) / 32 - (h->frame + 31) / 32;
         total += counted - known * blocks;

@@ -63,11 +63,9 @@ target_link_libraries(lv2_lilv_host PRIVATE PkgConfig::LILV PkgConfig::SNDFILE m
 set_target_properties(lv2_lilv_host PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${VANTOR_TEST_DIR})
 add_dependencies(lv2_lilv_host vantor_lv2_bundle vantor-render)
 target_compile_options(lv2_lilv_host PRIVATE -Wno-pedantic)
+target_include_directories(lv2_lilv_host PRIVATE ${CMAKE_SOURCE_DIR}/tests/support)
 
-add_library(lv2_rtcount SHARED ${CMAKE_CURRENT_LIST_DIR}/rtcount.c)
-target_link_libraries(lv2_rtcount PRIVATE ${CMAKE_DL_LIBS})
-target_compile_options(lv2_rtcount PRIVATE -Wno-pedantic)
-set_target_properties(lv2_rtcount PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${VANTOR_TEST_DIR})
+include(${CMAKE_SOURCE_DIR}/tests/support/rtcount.cmake)
 
 set(HOST $<TARGET_FILE:lv2_lilv_host>)
 foreach(test blocks state presets twice notify)
@@ -83,7 +81,7 @@ set_tests_properties(lv2.install.loads PROPERTIES PASS_REGULAR_EXPRESSION "prese
 if(NOT VANTOR_SANITIZE)
   add_test(NAME lv2.host.rt COMMAND ${HOST} rt)
   set_tests_properties(lv2.host.rt PROPERTIES
-    ENVIRONMENT "${LV2_ENV};LD_PRELOAD=$<TARGET_FILE:lv2_rtcount>;RTCOUNT_KNOWN=0")
+    ENVIRONMENT "${LV2_ENV};LD_PRELOAD=$<TARGET_FILE:rtcount>;RTCOUNT_KNOWN=0")
 endif()
 
 include(${CMAKE_CURRENT_LIST_DIR}/tsan.cmake)

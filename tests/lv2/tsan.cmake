@@ -59,6 +59,7 @@ add_executable(lv2_lilv_host_tsan ${CMAKE_CURRENT_LIST_DIR}/lilv_host.c)
 target_link_libraries(lv2_lilv_host_tsan PRIVATE PkgConfig::LILV PkgConfig::SNDFILE m
   ${CMAKE_DL_LIBS} Threads::Threads)
 target_compile_options(lv2_lilv_host_tsan PRIVATE ${TSAN_FLAGS} -Wno-pedantic)
+target_include_directories(lv2_lilv_host_tsan PRIVATE ${CMAKE_SOURCE_DIR}/tests/support)
 target_link_options(lv2_lilv_host_tsan PRIVATE -fsanitize=thread)
 set_target_properties(lv2_lilv_host_tsan PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${VANTOR_TEST_DIR})
 add_dependencies(lv2_lilv_host_tsan lv2_tsan_bundle)
