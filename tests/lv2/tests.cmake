@@ -20,6 +20,11 @@ foreach(ttl manifest vantor presets)
     set_property(TEST lv2.bundle.parses.${ttl} APPEND PROPERTY FAIL_REGULAR_EXPRESSION "error")
   endif()
 endforeach()
+if(SERDI)
+  add_test(NAME lv2.bundle.preset_banks_and_sounds COMMAND ${CMAKE_CURRENT_LIST_DIR}/presets_gen.sh
+    $<TARGET_FILE:vantor-lv2gen> ${VANTOR_LV2_BUNDLE}/vantorengine.so
+    ${CMAKE_SOURCE_DIR}/data/presets/init.json ${LV2_OUT}/presets)
+endif()
 if(LV2_VALIDATE)
   # lv2_validate exits 0 even on errors: judge its summary line.
   add_test(NAME lv2.bundle.validates COMMAND ${LV2_VALIDATE} ${VANTOR_LV2_BUNDLE}/manifest.ttl
