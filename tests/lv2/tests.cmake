@@ -84,6 +84,9 @@ add_test(NAME lv2.install.loads COMMAND sh -c "rm -rf \"$1\" && DESTDIR=\"$1\" \
 set_tests_properties(lv2.install.loads PROPERTIES PASS_REGULAR_EXPRESSION "presets: passed")
 
 if(NOT VANTOR_SANITIZE)
+  # Reports the CPU of an idle and a playing instance; the figures are not judged.
+  add_test(NAME lv2.host.cpu COMMAND ${HOST} cpu)
+  set_tests_properties(lv2.host.cpu PROPERTIES ENVIRONMENT ${LV2_ENV})
   add_test(NAME lv2.host.rt COMMAND ${HOST} rt)
   set_tests_properties(lv2.host.rt PROPERTIES
     ENVIRONMENT "${LV2_ENV};LD_PRELOAD=$<TARGET_FILE:rtcount>;RTCOUNT_KNOWN=0")
