@@ -119,6 +119,7 @@ public:
         const bool ownVoices = mirror_[presetMode_].load(std::memory_order_relaxed) > 0.0f;
         for (uint32_t id = 0; id < roles_.size(); ++id) {
             if (!Saved(id, ownVoices)) continue;
+            // A value the engine set itself may lie between grid points.
             const float value = OnStateGrid(mirror_[id].load(std::memory_order_relaxed));
             store(handle, urids_[id], &value, sizeof value, uris_.atomFloat,
                   LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE);
