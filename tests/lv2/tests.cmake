@@ -4,6 +4,16 @@ if(NOT TARGET vantor_lv2)
 endif()
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(LILV IMPORTED_TARGET lilv-0)
+pkg_check_modules(SERD IMPORTED_TARGET serd-0)
+
+# The state grid against the serd library that hosts write state with.
+if(SERD_FOUND)
+  add_executable(lv2_state_grid ${CMAKE_CURRENT_LIST_DIR}/state_grid.cpp)
+  target_link_libraries(lv2_state_grid PRIVATE vantor_lv2_params PkgConfig::SERD GTest::gtest
+    GTest::gtest_main)
+  set_target_properties(lv2_state_grid PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${VANTOR_TEST_DIR})
+  gtest_discover_tests(lv2_state_grid TEST_PREFIX lv2. DISCOVERY_TIMEOUT 60)
+endif()
 find_program(SERDI serdi)
 find_program(LV2_VALIDATE lv2_validate)
 find_program(LV2INFO lv2info)

@@ -31,7 +31,7 @@ std::string Label(const std::string& name);
 // Hosts write state floats as decimals with eight digits after the point. The
 // plugin holds every value on that grid, so a saved value reads back as the very
 // same float: from 0.125 up every float is on it already; a smaller value moves by
-// at most 5e-9. Values are 0..1.
+// less than 1e-8. Values are 0..1.
 float OnStateGrid(float value);
 
 // A value in 0..1 as hosts write it in state: eight decimals at most, trailing
