@@ -4,6 +4,7 @@
  *   rt       run() neither allocates nor locks (needs the rtcount LD_PRELOAD)
  *   state    a saved state restores into a second instance: equal state, same audio
  *   presets  every shipped preset applies and plays
+ *   installed the plugin on LV2_PATH loads its presets and plays
  *   twice    two instances, one created and freed while the other runs on another thread
  *   notify   parameter values and voice feedback reach the notify port
  *   cpu      prints the CPU of one idle and one playing instance */
@@ -520,7 +521,8 @@ static void TestState(const char* dir) {
     Close(b);
 }
 
-static void TestPresets(void) {
+/* Every preset loads as a state; all of them play, or only the first one. */
+static void TestPresets(int playAll) {
     LilvNode* presetClass = lilv_new_uri(world, LV2_PRESETS__Preset);
     LilvNodes* presets = lilv_plugin_get_related(plugin, presetClass);
     int count = 0;
@@ -530,6 +532,11 @@ static void TestPresets(void) {
         LilvState* state = lilv_state_new_from_world(world, &map, uri);
         CHECK(state != NULL, "preset %s does not load", lilv_node_as_uri(uri));
         if (!state) continue;
+        if (!playAll && count > 0) {
+            lilv_state_free(state);
+            ++count;
+            continue;
+        }
         Host* h = Open(44100);
         lilv_state_restore(state, h->instance, NULL, NULL, 0, features);
         const Event chord[] = {{0, {0x90, 48, 100}, NULL, 0},   {0, {0x90, 55, 100}, NULL, 0},
@@ -547,9 +554,19 @@ static void TestPresets(void) {
         ++count;
     }
     CHECK(count >= 10, "only %d presets found", count);
-    printf("%d presets applied and audible\n", count);
+    printf("%d presets applied, %s audible\n", count, playAll ? "all" : "the first one");
     lilv_nodes_free(presets);
     lilv_node_free(presetClass);
+}
+
+/* The plugin comes from the bundle on LV2_PATH, its presets load and it plays. */
+static void TestInstalled(void) {
+    const char* path = getenv("LV2_PATH");
+    char* bundle = lilv_file_uri_parse(lilv_node_as_uri(lilv_plugin_get_bundle_uri(plugin)), NULL);
+    CHECK(path && bundle && strncmp(bundle, path, strlen(path)) == 0,
+          "the plugin was found in %s, not below LV2_PATH %s", bundle, path);
+    lilv_free(bundle);
+    TestPresets(0);
 }
 
 static void* PlayLong(void* arg) {
@@ -657,7 +674,8 @@ static void MeasureCpu(void) {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        fprintf(stderr, "usage: %s blocks|rt|state|presets|twice|cpu [RENDERER WORKDIR]\n",
+        fprintf(stderr,
+                "usage: %s blocks|rt|state|presets|installed|twice|notify|cpu [RENDERER WORKDIR]\n",
                 argv[0]);
         return 2;
     }
@@ -678,7 +696,9 @@ int main(int argc, char** argv) {
     else if (strcmp(test, "state") == 0 && argc >= 3)
         TestState(argv[argc - 1]);
     else if (strcmp(test, "presets") == 0)
-        TestPresets();
+        TestPresets(1);
+    else if (strcmp(test, "installed") == 0)
+        TestInstalled();
     else if (strcmp(test, "twice") == 0)
         TestTwice();
     else if (strcmp(test, "notify") == 0)
