@@ -48,6 +48,7 @@ struct Options : SetupOptions {
     std::string saveState;
     bool listParams = false;
     bool listPresets = false;
+    std::string savePreset;
     bool quiet = false;
 };
 
@@ -93,7 +94,8 @@ int Run(const Options& options) {
         std::fflush(out);
         return 0;
     }
-    if (options.input.empty() && !options.listParams && options.saveState.empty())
+    if (options.input.empty() && !options.listParams && options.saveState.empty() &&
+        options.savePreset.empty())
         throw Failure("no MIDI file given (see --help)");
 
     std::optional<SmfFile> midi;
@@ -113,11 +115,17 @@ int Run(const Options& options) {
     if (options.listParams) {
         ListParams(out, params);
         std::fflush(out);
-        if (options.input.empty() && options.saveState.empty()) return 0;
+        if (options.input.empty() && options.saveState.empty() && options.savePreset.empty())
+            return 0;
     }
 
+    // A saved preset holds what differs from init, so read init's values first.
+    PresetValues initValues;
+    if (!options.savePreset.empty()) initValues = InitValues(engine, params);
     ApplySetup(engine, params, options);
     if (!options.saveState.empty()) WriteBlob(options.saveState, engine.GetState());
+    if (!options.savePreset.empty())
+        SavePreset(options.savePreset, initValues, ReadValues(engine, params));
     if (!midi) return 0;
 
     std::vector<uint32_t> voiceIds;
@@ -232,6 +240,9 @@ int main(int argc, char** argv) {
     app.add_flag("--list-presets", options.listPresets,
                  "list the named presets (from " VANTOR_PRESETS_FROM_BIN "/ relative to this "
                  "program)");
+    app.add_option("--save-preset", options.savePreset,
+                   "save the values after preset and --set as a preset file: the changes over "
+                   "init (no MIDI file needed)");
     app.add_flag("-q,--quiet", options.quiet, "no progress bar and no summary");
     app.footer(R"(Examples:
   vantor-render data/demo/demo.mid -o demo.wav
