@@ -1,6 +1,6 @@
 // Checks a rendered stereo WAV file for the end-to-end tests.
 //   wavcheck FILE [--rate HZ] [--frames N] [--min-frames N] [--max-frames N]
-//                 [--format 16|24|float] [--min-peak LEVEL]
+//                 [--format 16|24|float] [--min-peak LEVEL] [--max-peak LEVEL]
 // LEVEL is the least peak magnitude (full scale 1) that counts as sound.
 #include <algorithm>
 #include <cmath>
@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
                         : option == "--min-frames" ? info.frames >= n
                         : option == "--max-frames" ? info.frames <= n
                         : option == "--format"     ? (info.format & SF_FORMAT_SUBMASK) == subtype
-                        : option == "--min-peak"   ? peak >= std::atof(value.c_str())
+                        : option == "--max-peak"   ? peak <= std::atof(value.c_str())
                                                    : false;
         if (!ok)
             ++failures, std::fprintf(stderr, "wavcheck: failed: %s %s\n", argv[i], argv[i + 1]);
