@@ -71,7 +71,7 @@ local proc = ARDOUR.LuaAPI.new_plugin(Session, "urn:norvell:vantor", ARDOUR.Plug
 assert(not proc:isnil(), "plugin not found")
 track:add_processor_by_index(proc, 0, nil, true)
 local plugin = proc:to_insert():plugin(0)
-assert(plugin:load_preset(plugin:preset_by_label("pad")), "cannot apply the preset")
+assert(plugin:load_preset(plugin:preset_by_label("Wide Pad")), "cannot apply the preset")
 ARDOUR.LuaAPI.wait_for_process_callback(5, 5000)
 LUA
   lua_setter <<<"$knobs"

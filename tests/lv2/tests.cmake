@@ -44,7 +44,7 @@ endif()
 if(LV2INFO)
   add_test(NAME lv2.bundle.lv2info COMMAND ${LV2INFO} urn:norvell:vantor)
   set_tests_properties(lv2.bundle.lv2info PROPERTIES ENVIRONMENT ${LV2_ENV}
-    PASS_REGULAR_EXPRESSION "Name: +Vantor.*Has latency: +no.*Presets:.*pad")
+    PASS_REGULAR_EXPRESSION "Name: +Vantor.*Has latency: +no.*Presets:.*Pad")
 endif()
 add_test(NAME lv2.bundle.exports_only_descriptor
   COMMAND sh -c "test \"$(nm -D --defined-only '$<TARGET_FILE:vantor_lv2>' | awk '{print $3}')\" = lv2_descriptor")

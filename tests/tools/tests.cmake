@@ -77,12 +77,42 @@ set_tests_properties(tools.render.seed_b.same PROPERTIES FIXTURES_REQUIRED rende
 vantor_render_test(demo ARGS ${VANTOR_DOC_DIR}/demo.mid -o ${RENDER_OUT}/demo.wav
   CHECK ${RENDER_OUT}/demo.wav --min-frames 1177879 --rate 44100 --min-peak 0.01)
 
-# Every shipped preset loads into the real engine (all its names exist) and renders.
-foreach(file ${VANTOR_PRESET_FILES})
+# The committed category phrases are what the generator writes.
+add_test(NAME tools.render.phrase_files_are_generated
+  COMMAND ${CMAKE_COMMAND} -E chdir ${RENDER_OUT} sh -c
+          "mkdir -p phrases && '$<TARGET_FILE:vantor-mkdemo>' --phrases phrases && cd phrases && \
+           for f in *.mid; do cmp $f '${CMAKE_SOURCE_DIR}/data/demo/'$f || exit 1; done")
+
+# Every shipped preset loads into the real engine (all its names exist) and plays its
+# category's phrase (as in the gallery) with a peak between -24 and -1 dBFS.
+file(GLOB preset_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/data/presets/*.json)
+foreach(file ${preset_files})
   get_filename_component(preset ${file} NAME_WE)
-  vantor_render_test(preset_${preset} ARGS ${CLIP} -o ${RENDER_OUT}/preset_${preset}.wav --tail 0
-    --preset ${preset} CHECK ${RENDER_OUT}/preset_${preset}.wav --frames 66150)
+  file(READ ${file} json)
+  string(JSON category ERROR_VARIABLE no_category GET "${json}" category)
+  string(TOLOWER "${category}" category)
+  set(phrase ${CMAKE_SOURCE_DIR}/data/demo/phrase-${category}.mid)
+  if(no_category OR NOT EXISTS ${phrase})
+    set(phrase ${CMAKE_SOURCE_DIR}/data/demo/phrase-init.mid)
+  endif()
+  vantor_render_test(preset_${preset} ARGS ${phrase} -o ${RENDER_OUT}/preset_${preset}.wav
+    --tail 3 --seed 1 --format float --preset ${preset}
+    CHECK ${RENDER_OUT}/preset_${preset}.wav --min-peak 0.0631 --max-peak 0.891)
+  set_tests_properties(tools.render.preset_${preset} PROPERTIES ENVIRONMENT XDG_DATA_HOME=${RENDER_OUT}/none)
 endforeach()
+
+# A saved preset in the user's folder, found by name, sounds exactly like what was saved.
+set(USER_DATA ${RENDER_OUT}/xdg)
+file(MAKE_DIRECTORY ${USER_DATA}/vantor/presets)
+set(SAVED_SOUND --preset pluck --set voice1_vcf_res=0.61 --set voice1_env3_decay=0.123456)
+vantor_render_test(save_preset ARGS ${SAVED_SOUND} --save-preset ${USER_DATA}/vantor/presets/saved.json)
+vantor_render_test(saved_direct ARGS ${CLIP} -o ${RENDER_OUT}/saved_direct.wav --seed 5 --tail 1 ${SAVED_SOUND})
+vantor_render_test(saved_by_name ARGS ${CLIP} -o ${RENDER_OUT}/saved_by_name.wav --seed 5 --tail 1
+  --preset saved REQUIRES "render_save_preset;render_saved_direct")
+set_tests_properties(tools.render.saved_by_name PROPERTIES ENVIRONMENT XDG_DATA_HOME=${USER_DATA})
+add_test(NAME tools.render.saved_by_name.same COMMAND ${CMAKE_COMMAND} -E compare_files
+  ${RENDER_OUT}/saved_direct.wav ${RENDER_OUT}/saved_by_name.wav)
+set_tests_properties(tools.render.saved_by_name.same PROPERTIES FIXTURES_REQUIRED render_saved_by_name)
 
 vantor_render_test(save_state ARGS --preset pluck --set master_volume=0.4
   --save-state ${RENDER_OUT}/pluck.state)
@@ -123,7 +153,7 @@ vantor_render_failure(unwritable_output "cannot write" ${RENDER_OUT}/no-such-fol
 set_tests_properties(tools.render.list_params PROPERTIES FAIL_REGULAR_EXPRESSION "not found")
 add_test(NAME tools.render.list_presets COMMAND ${RENDER} --list-presets)
 set_tests_properties(tools.render.list_presets PROPERTIES
-  PASS_REGULAR_EXPRESSION "\ninit  +[^\n]*One sawtooth[^\n]*\nlead  ")
+  PASS_REGULAR_EXPRESSION "\ninit  +Init  +One sawtooth[^\n]*\n")
 add_test(NAME tools.listparams.beside_engine COMMAND $<TARGET_FILE:vantor-listparams>)
 set_tests_properties(tools.listparams.beside_engine PROPERTIES
   PASS_REGULAR_EXPRESSION "voice12_vcf_cutoff" FAIL_REGULAR_EXPRESSION "not found")

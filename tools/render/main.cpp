@@ -57,6 +57,7 @@ struct Options : SetupOptions {
     std::optional<double> normalizeDb;
     bool listParams = false;
     bool listPresets = false;
+    std::string savePreset;
     bool quiet = false;
 };
 
@@ -263,7 +264,8 @@ int Run(const Options& options) {
     FILE* out = OpenUserOutput();
 
     if (options.listPresets) return ListPresetsCommand(out, options);
-    if (options.inputs.empty() && !options.listParams && options.saveState.empty())
+    if (options.inputs.empty() && !options.listParams && options.saveState.empty() &&
+        options.savePreset.empty())
         throw UsageError("no MIDI file given (see --help)");
 
     std::optional<FileType> type;
@@ -279,15 +281,23 @@ int Run(const Options& options) {
                                                            : ReadProgramTable(options.programTable);
 
     if (options.seed) setenv("VANTOR_SEED", std::to_string(*options.seed).c_str(), 1);
-    if (options.listParams || !options.saveState.empty()) {
+    if (options.listParams || !options.saveState.empty() || !options.savePreset.empty()) {
         LoadedEngine loaded = LoadEngine(options);
         if (options.listParams) {
             ListParams(out, loaded.params);
             std::fflush(out);
         }
-        if (!options.saveState.empty()) {
+        if (!options.saveState.empty() || !options.savePreset.empty()) {
+            // A saved preset holds what differs from init, so read init's values first.
+            PresetValues initValues;
+            if (!options.savePreset.empty())
+                initValues = InitValues(*loaded.engine, loaded.params);
             ApplySetup(*loaded.engine, loaded.params, options);
-            WriteBlob(options.saveState, loaded.engine->GetState());
+            if (!options.saveState.empty())
+                WriteBlob(options.saveState, loaded.engine->GetState());
+            if (!options.savePreset.empty())
+                SavePreset(options.savePreset, initValues,
+                           ReadValues(*loaded.engine, loaded.params));
         }
     }
 
@@ -392,6 +402,9 @@ int main(int argc, char** argv) {
         "--list-presets", options.listPresets,
         "list the named presets with category and description (from " VANTOR_PRESETS_FROM_BIN
         "/ relative to this program)");
+    app.add_option("--save-preset", options.savePreset,
+                   "save the values after preset and --set as a preset file: the changes over "
+                   "init (no MIDI file needed)");
     app.add_flag("-q,--quiet", options.quiet, "no progress bar and no summary");
     app.footer(R"(Examples:
   vantor-render data/demo/demo.mid -o demo.wav
