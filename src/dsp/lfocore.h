@@ -1,10 +1,12 @@
 #pragma once
 // What the voice LFOs and the global vibrato generator share: the free speed
 // table, the edge-softening curve, the periodic phase step and the random
-// step.
+// step. The per-sample steps live here so that they inline into the loops.
 #include "dsp/breakpointtable.h"
 #include "dsp/fastmath.h"
+#include "dsp/random.h"
 
+#include <cmath>
 #include <cstdint>
 
 namespace Norvell::dsp {
@@ -29,7 +31,10 @@ struct Softening {
 
     // Recomputes length, span and scale when the rate differs.
     void SetSampleRate(float rate);
-    float Curve(uint32_t j) const;
+    float Curve(uint32_t j) const {
+        const float rise = std::log(static_cast<float>(j) + 130.0f) - kLn130;
+        return form == Form::Scaled ? rise * scale : rise / span;
+    }
 };
 
 // Phase and the four shapes of the periodic waves. The phase runs from -0.5
@@ -52,8 +57,40 @@ struct SquareFall {
 
 // One sample: advances the phase by `increment` (wrapping to exactly -0.5
 // past 0.5) and recomputes the shapes, softened when `soften` is set.
-void StepPeriodic(PeriodicShape& shape, double increment, bool soften, const Softening& softening,
-                  SquareFall fall);
+inline void StepPeriodic(PeriodicShape& s, double increment, bool soften,
+                         const Softening& softening, SquareFall fall) {
+    s.phase += increment;
+    if (s.phase > 0.5) {
+        s.phase = -0.5;
+        s.softenCounter = 0;
+    }
+    const float p = static_cast<float>(s.phase);
+    s.phaseOut = p;
+    s.fallingSawValue = -p;
+    if (p >= 0.0f) {
+        s.squareValue = 0.5f;
+        s.triangleValue = 0.5f - 2.0f * p;
+        if (s.firstHalfPending != 0) {
+            s.softenCounter = 0;
+            s.firstHalfPending = 0;
+        }
+        if (soften && s.softenCounter < softening.length) {
+            s.squareValue = 0.5f * softening.Curve(s.softenCounter);
+            ++s.softenCounter;
+        }
+    } else {
+        s.squareValue = 0.0f;
+        s.triangleValue = 2.0f * p + 0.5f;
+        if (soften && s.softenCounter < softening.length) {
+            const float c = softening.Curve(s.softenCounter);
+            ++s.softenCounter;
+            s.fallingSawValue = -p * c;
+            s.squareValue = fall.base + fall.slope * c;
+            s.phaseOut = std::fabs(c - 1.0f) * 0.5f + p;
+        }
+        s.firstHalfPending = 1;
+    }
+}
 
 // A random-step wave: its own timer and current value.
 struct RandomSteps {
@@ -70,15 +107,38 @@ struct RandomGlide {
 };
 
 // Next step value from the shared generator: (r mod 16385) / 16385 - 0.5.
-float DrawRandomStep();
+inline float DrawRandomStep() {
+    return static_cast<float>(NextRandom() % 16385) / 16385.0f - 0.5f;
+}
 
 // One sample of the step timer: once the timer has reached `period` a new
 // value is drawn, the timer and the glide restart and the result is true;
 // otherwise the timer advances by `timeStep`.
-bool StepRandom(RandomSteps& steps, RandomGlide& glide, float period, double timeStep);
+inline bool StepRandom(RandomSteps& steps, RandomGlide& glide, float period, double timeStep) {
+    if (steps.timer >= static_cast<double>(period)) {
+        glide.oldRandom = steps.value;
+        steps.value = DrawRandomStep();
+        steps.timer = 0.0;
+        glide.counter = 0;
+        return true;
+    }
+    steps.timer += timeStep;
+    return false;
+}
 
 // The value to output: a softened move to the current step while the glide
 // runs (a fall from the old value or a rise from 0), else the step itself.
-float GlideRandom(RandomGlide& glide, float value, bool soften, const Softening& softening);
+inline float GlideRandom(RandomGlide& glide, float value, bool soften, const Softening& softening) {
+    if (soften && glide.counter < softening.length) {
+        const float c = softening.Curve(glide.counter);
+        ++glide.counter;
+        glide.randomOut = glide.oldRandom >= value
+                              ? std::fabs(c - 1.0f) * (glide.oldRandom - value) + value
+                              : value * c;
+    } else {
+        glide.randomOut = value;
+    }
+    return glide.randomOut;
+}
 
 } // namespace Norvell::dsp

@@ -11,10 +11,13 @@ namespace Norvell::Vantor {
 inline constexpr uint32_t kUnboundId = 0xFFFFFFFFu;
 
 // View of a record's binding slots, used by the registry to bind by name.
+// `generation` points at the record's change counter pointer (null for a
+// record without one).
 struct ParamSlots {
     size_t count;
     const float** bound;
     uint32_t* ids;
+    const uint32_t** generation = nullptr;
 };
 
 inline uint32_t FloatBits(float v) {
@@ -40,6 +43,11 @@ template <size_t N> struct ParamRecord {
     // Set until the first Refresh, so derived values never keep constructor
     // defaults when the bound values equal them bit for bit.
     bool refreshPending = true;
+    // Counter of the value store the pointers point into, bumped by every
+    // write to it. While it still reads `seenGeneration` no value can have
+    // changed and Refresh skips the comparison. Null: compare every time.
+    const uint32_t* generation = nullptr;
+    uint32_t seenGeneration = 0;
 
     ParamRecord() {
         for (uint32_t& id : ids) id = kUnboundId;
@@ -53,6 +61,10 @@ template <size_t N> struct ParamRecord {
     bool Refresh() {
         bool changed = refreshPending;
         refreshPending = false;
+        if (generation != nullptr) {
+            if (!changed && *generation == seenGeneration) return false;
+            seenGeneration = *generation;
+        }
         for (size_t i = 0; i < N; ++i) {
             if (bound[i] == nullptr) continue;
             float v;
@@ -66,7 +78,7 @@ template <size_t N> struct ParamRecord {
     }
 
     float operator[](size_t i) const { return values[i]; }
-    ParamSlots Slots() { return {N, bound, ids}; }
+    ParamSlots Slots() { return {N, bound, ids, &generation}; }
 };
 
 } // namespace Norvell::Vantor

@@ -1,6 +1,7 @@
 #include "processor/signalbank.h"
 
 #include "basictools/logger/log.h"
+#include "processor/routing.h"
 
 #include <new>
 
@@ -63,32 +64,32 @@ SignalBank::SignalBank() {
 
     for (VoiceBuffers& v : voices) {
         float** src = v.sources;
-        src[0] = nullptr;
-        src[1] = modwheel;
-        src[2] = pitchbend;
-        src[3] = sustain;
-        src[4] = expression;
-        src[5] = vibratoOut;
-        src[6] = v.key;
-        src[7] = v.lag;
-        src[8] = v.velocity;
-        src[9] = v.releaseVelocity;
-        src[10] = aftertouch;
-        for (int k = 0; k < 5; ++k) src[11 + k] = v.env[k];
-        for (int k = 0; k < 5; ++k) src[16 + k] = v.lfoOut[k];
-        for (int k = 0; k < 3; ++k) src[21 + k] = v.track[k];
-        for (int k = 0; k < 4; ++k) src[24 + k] = v.ramp[k];
+        src[kSrcNone] = nullptr;
+        src[kSrcModwheel] = modwheel;
+        src[kSrcPitchbend] = pitchbend;
+        src[kSrcSustain] = sustain;
+        src[kSrcExpression] = expression;
+        src[kSrcVibrato] = vibratoOut;
+        src[kSrcKey] = v.key;
+        src[kSrcLag] = v.lag;
+        src[kSrcVelocity] = v.velocity;
+        src[kSrcReleaseVelocity] = v.releaseVelocity;
+        src[kSrcAftertouch] = aftertouch;
+        for (int k = 0; k < 5; ++k) src[EnvSource(k)] = v.env[k];
+        for (int k = 0; k < 5; ++k) src[LfoSource(k)] = v.lfoOut[k];
+        for (int t = 0; t < 3; ++t) src[TrackSource(t)] = v.track[t];
+        for (int r = 0; r < 4; ++r) src[RampSource(r)] = v.ramp[r];
 
         float** dst = v.destinations;
-        dst[0] = nullptr;
+        dst[kDstNone] = nullptr;
         for (int k = 0; k < 2; ++k)
-            for (int i = 0; i < 3; ++i) dst[1 + 3 * k + i] = v.oscMod[k][i];
-        for (int i = 0; i < 6; ++i) dst[7 + i] = v.destinations7to12[i];
+            for (int i = 0; i < 3; ++i) dst[OscDst(k, i)] = v.oscMod[k][i];
+        for (int i = 0; i < 6; ++i) dst[kDstVcfCutoff + i] = v.destinations7to12[i];
         for (int k = 0; k < 5; ++k)
-            for (int i = 0; i < 5; ++i) dst[13 + 5 * k + i] = v.envMod[k][i];
+            for (int i = 0; i < 5; ++i) dst[EnvDst(k, i)] = v.envMod[k][i];
         for (int k = 0; k < 5; ++k) {
-            dst[38 + 2 * k] = v.lfoMod[k][0];
-            dst[39 + 2 * k] = v.lfoMod[k][1];
+            dst[LfoSpeedDst(k)] = v.lfoMod[k][0];
+            dst[LfoAmpDst(k)] = v.lfoMod[k][1];
         }
     }
 }

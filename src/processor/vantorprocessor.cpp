@@ -169,7 +169,7 @@ VantorProcessor::ParamSlot VantorProcessor::SlotOf(const ModuleTypeInfo& typeInf
     if (paramIndex < 0 || !modules) return {};
     const ParamSlots slots = modules->SlotsOf(typeInfo, instance);
     if (static_cast<size_t>(paramIndex) >= slots.count) return {};
-    return {&slots.bound[paramIndex], &slots.ids[paramIndex]};
+    return {&slots.bound[paramIndex], &slots.ids[paramIndex], slots};
 }
 
 int32_t VantorProcessor::SetParamSrc(const std::string& instanceName, const std::string& paramName,
@@ -207,6 +207,14 @@ int32_t VantorProcessor::SetParamSrc(const std::string& instanceName, const std:
     if (slot.bound == nullptr) return 3;
     *slot.bound = value;
     *slot.id = id;
+    // The store's change counter covers only records bound entirely into it.
+    const ParamSlots& slots = slot.record;
+    if (slots.generation != nullptr) {
+        bool inStore = true;
+        for (size_t i = 0; i < slots.count; ++i) inStore = inStore && InStore(slots.bound[i]);
+        *slots.generation = inStore ? &valueGeneration : nullptr;
+    }
+    ++valueGeneration;
     return 0;
 }
 
@@ -222,6 +230,13 @@ void* VantorProcessor::Release(uint32_t flags) {
     this->~VantorProcessor();
     if ((flags & VANTOR_RELEASE_FREE) != 0) ::operator delete(this);
     return this;
+}
+
+bool VantorProcessor::InStore(const float* value) const {
+    if (value == nullptr) return true;
+    const auto* begin = valueStore.get();
+    const auto* bytes = reinterpret_cast<const uint8_t*>(value);
+    return begin != nullptr && bytes >= begin && bytes + sizeof(float) <= begin + valueStoreSize;
 }
 
 float* VantorProcessor::Value(uint32_t id) const {
@@ -283,6 +298,7 @@ bool VantorProcessor::SetParam(uint32_t id, float value) {
     bool stored = false;
     if (id < paramInfos.size() && valueSizes[id] == 4) {
         std::memcpy(Value(id), &value, sizeof value);
+        ++valueGeneration;
         stored = true;
     }
     if (!modules) return stored;
@@ -342,6 +358,7 @@ bool VantorProcessor::SetState(const void* data, uint64_t size) {
         }
     }
     if (size > 0) std::memcpy(valueStore.get(), data, size);
+    ++valueGeneration;
     return true;
 }
 
@@ -362,6 +379,9 @@ void VantorProcessor::SetPresetMode(bool on) {
         *link.slot = on ? link.own : link.voice0;
         *link.idSlot = link.ownId;
     }
+    // Both targets lie in the value store, so each record's change counter
+    // binding stays as it is; the records only have to look again.
+    ++valueGeneration;
 }
 
 bool VantorProcessor::UpdateVoiceSetup() {

@@ -3,6 +3,7 @@
 // block rendering, note handling and host feedback.
 #include "processor/hostinterface.h"
 #include "processor/modules/paraminfoloader.h"
+#include "processor/modules/vcf.h"
 #include "processor/modules/voices.h"
 #include "processor/processcontext.h"
 
@@ -82,17 +83,33 @@ private:
     void Construct();
     void BindParameters();
     void RenderBlock();
-    void RenderVoice(int v);
+    // The filter call of one voice: its input and output positions.
+    struct FilterWiring {
+        float* in[kVcfInputCount];
+        float* out[1];
+    };
+    void RenderVoices();
+    bool RandomDrawsKeepOrder(const int* enabled, int count) const;
+    VcfCall RenderVoiceFront(int v, FilterWiring& wiring);
+    void RenderVoiceBack(int v);
+    bool Vca1Silent(int v) const;
+    float* SelectedSource(int v, int32_t index) const;
+    void TriggerInputs(int v, float** triggers) const;
+    uint32_t SourcesInUse(int v) const;
     bool SourceInUse(int v, int source) const;
     // Resets voice v's chain after a non-finite block; the caller drops the block.
     void HealVoice(int v);
     // Logs the resets counted by Render since the last report; never called from Render.
     void ReportHealing();
     float* Value(uint32_t id) const;
-    // The binding slot of a module parameter; null members when there is none.
+    // True for null and for a pointer to a whole value inside the store.
+    bool InStore(const float* value) const;
+    // The binding slot of a module parameter and its record; null members
+    // when there is none.
     struct ParamSlot {
         const float** bound = nullptr;
         uint32_t* id = nullptr;
+        ParamSlots record{};
     };
     ParamSlot SlotOf(const ModuleTypeInfo& typeInfo, int instance, const std::string& paramName);
 
@@ -116,6 +133,9 @@ private:
     std::vector<uint64_t> valueSizes;
     std::unique_ptr<uint8_t[]> valueStore;
     uint64_t valueStoreSize = 0;
+    // Bumped by every write to the value store; the module records bound into
+    // it skip their change test while it stands still.
+    uint32_t valueGeneration = 0;
     ProcessContext processContext;
     VoiceState voiceState;
     std::unique_ptr<Modules> modules;
@@ -123,11 +143,11 @@ private:
     Processor::ValueChange voiceGateShadow[kVoiceCount];
     Processor::ValueChange noteColorShadow[128];
     Processor::ValueChange changeList[kVoiceCount + 128];
-    int32_t vcaEnvelopeSources[2][6] = {};
     uint32_t deferredNoteOffs[kDeferredNoteOffCapacity] = {};
     float keyPressure[128] = {};
     uint64_t deferredNoteOffCount = 0;
     bool sustainWasOn = false;
+    uint32_t sourcesInUse[kVoiceCount] = {}; // bit s: source s of the voice is read
 
     bool initFailed = false;
     float dcState[2] = {};

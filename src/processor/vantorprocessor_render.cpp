@@ -1,6 +1,7 @@
 // Block rendering: controllers, the per-voice chain, mix, DC removal, effect
 // slots and master volume.
 #include "processor/modules.h"
+#include "processor/routing.h"
 #include "processor/signalbank.h"
 #include "processor/vantorprocessor.h"
 
@@ -32,10 +33,6 @@ bool IsFinite(const float* buffer) {
     float sum = 0.0f;
     for (int n = 0; n < kBlockSize; ++n) sum += buffer[n];
     return std::isfinite(sum);
-}
-
-bool IsBipolarSource(int32_t source) {
-    return source == 2 || source == 5 || (source >= 16 && source <= 20);
 }
 
 } // namespace
@@ -119,8 +116,7 @@ void VantorProcessor::RenderBlock() {
     }
 
     // Every enabled voice.
-    for (int v = 0; v < kVoiceCount; ++v)
-        if (m.voices[v][kVoiceIsEnable] != 0.0f) RenderVoice(v);
+    RenderVoices();
 
     // Ambient noise into the mix.
     for (int n = 0; n < kBlockSize; ++n) {
@@ -185,50 +181,136 @@ void VantorProcessor::HealVoice(int v) {
     ++healedBlocks;
 }
 
-bool VantorProcessor::SourceInUse(int v, int source) const {
+// Sources of voice v that something reads: a matrix routing, the lag, an
+// LFO or a tracking generator selects them. Taken once per block after the
+// voice's matrix has run, when every selection of the block is known.
+uint32_t VantorProcessor::SourcesInUse(int v) const {
     const Modules& m = *modules;
-    if (m.matrices[v].sourceUseCount[source] > 0) return true;
-    if (m.lags[v].inputIndex == source) return true;
-    for (int k = 0; k < 5; ++k)
-        if (m.lfos[5 * v + k].inputIndex == source) return true;
-    for (int t = 0; t < 3; ++t)
-        if (m.trackers[3 * v + t].inputIndex == source) return true;
-    return false;
+    uint32_t mask = 0;
+    const auto add = [&mask](int32_t source) {
+        if (source >= 0 && source < kSourceCount) mask |= 1u << source;
+    };
+    for (int source = 0; source < kSourceCount; ++source)
+        if (m.matrices[v].sourceUseCount[source] > 0) add(source);
+    add(m.lags[v].inputIndex);
+    for (int k = 0; k < 5; ++k) add(m.lfos[5 * v + k].inputIndex);
+    for (int t = 0; t < 3; ++t) add(m.trackers[3 * v + t].inputIndex);
+    return mask;
 }
 
-void VantorProcessor::RenderVoice(int v) {
+bool VantorProcessor::SourceInUse(int v, int source) const {
+    return ((sourcesInUse[v] >> source) & 1u) != 0;
+}
+
+// The voices are rendered in three passes: the front half of every voice
+// (matrix, ramps, lag, trackers, oscillators, FM) in voice order, the filters
+// of all voices together, then the back half of every voice (VCAs, LFOs,
+// envelopes, mix, end of sound) in voice order. This gives the bytes of plain
+// voice order because nothing a voice computes after its filter feeds the
+// front half of another voice: each voice reads only its own buffers and
+// states, the shared ones (controllers, vibrato, ambient noise) are written
+// before the voices, and the mix is written by back halves only. The one
+// exception is the shared random generator: when a back half that draws from
+// it (an LFO on a random wave) comes before a later voice whose front half
+// draws (oscillator noise), the draws would change order, so that block keeps
+// plain voice order.
+void VantorProcessor::RenderVoices() {
+    Modules& m = *modules;
+    int enabled[kVoiceCount];
+    int count = 0;
+    for (int v = 0; v < kVoiceCount; ++v)
+        if (m.voices[v][kVoiceIsEnable] != 0.0f) enabled[count++] = v;
+
+    // The modules that pick a source refresh their selection first, so that
+    // the inputs wired below and the "in use" tests read this block's choice.
+    for (int i = 0; i < count; ++i) {
+        const int v = enabled[i];
+        RefreshParams(m.lags[v]);
+        for (int k = 0; k < 5; ++k) RefreshParams(m.lfos[5 * v + k]);
+        for (int t = 0; t < 3; ++t) RefreshParams(m.trackers[3 * v + t]);
+    }
+
+    FilterWiring wiring[kVoiceCount] = {};
+    VcfCall calls[kVoiceCount] = {};
+    if (RandomDrawsKeepOrder(enabled, count)) {
+        for (int i = 0; i < count; ++i) calls[i] = RenderVoiceFront(enabled[i], wiring[i]);
+        ProcessVoices(calls, count, processContext);
+        for (int i = 0; i < count; ++i) RenderVoiceBack(enabled[i]);
+    } else {
+        for (int i = 0; i < count; ++i) {
+            calls[i] = RenderVoiceFront(enabled[i], wiring[i]);
+            ProcessVoices(&calls[i], 1, processContext);
+            RenderVoiceBack(enabled[i]);
+        }
+    }
+}
+
+// True unless a voice's back half draws random numbers before a later
+// voice's front half does.
+bool VantorProcessor::RandomDrawsKeepOrder(const int* enabled, int count) const {
+    const Modules& m = *modules;
+    bool backDrew = false;
+    for (int i = 0; i < count; ++i) {
+        const int v = enabled[i];
+        if (backDrew) {
+            for (int k = 0; k < 2; ++k) {
+                // The oscillator reads its switch at its next refresh.
+                const auto& p = m.oscillators[2 * v + k].params;
+                const float noiseOn =
+                    p.bound[kOscNoiseOn] != nullptr ? *p.bound[kOscNoiseOn] : p[kOscNoiseOn];
+                if (noiseOn == 1.0f) return false;
+            }
+        }
+        for (int k = 0; k < 5; ++k) {
+            const LfoWave wave = m.lfos[5 * v + k].wave;
+            if (wave == LfoWave::RandomSteps || wave == LfoWave::FastRandomSteps) backDrew = true;
+        }
+    }
+    return true;
+}
+
+// VCA 1 of an inactive voice outputs zeros for the whole block: its gain is
+// exactly 0 and its level input and smoothed level are 0. Valid once the
+// voice's matrix has run.
+bool VantorProcessor::Vca1Silent(int v) const {
+    if (HasVoice(voiceState.activeVoices, v)) return false;
+    const VcaState& vca = modules->vcas[2 * v];
+    const float* gain = vca.params.bound[0];
+    if ((gain != nullptr ? *gain : vca.params[0]) != 0.0f) return false;
+    if (vca.smoothState != 0.0f) return false;
+    const float* level = signals->voices[v].destinations[kDstVca1Level];
+    for (int n = 0; n < kBlockSize; ++n)
+        if (level[n] != 0.0f) return false;
+    return true;
+}
+
+VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
     SignalBank& bank = *signals;
     Modules& m = *modules;
     VoiceBuffers& vb = bank.voices[v];
     const ProcessContext& ctx = processContext;
     float** src = vb.sources;
     float** dst = vb.destinations;
-    auto selected = [&](int32_t index) -> float* {
-        return index < 0 || index >= kSourceCount ? nullptr : src[index];
-    };
-
-    // The modules that pick a source refresh their selection first, so that
-    // the inputs wired below and the "in use" tests read this block's choice.
-    RefreshParams(m.lags[v]);
-    for (int k = 0; k < 5; ++k) RefreshParams(m.lfos[5 * v + k]);
-    for (int t = 0; t < 3; ++t) RefreshParams(m.trackers[3 * v + t]);
 
     // Routing table of the voice's modulation matrix
     Process(m.matrices[v], src, kSourceCount, dst, kDestinationCount, ctx);
+    sourcesInUse[v] = SourcesInUse(v);
 
     // Ramps
-    float* triggers[6] = {vb.lfoTrigger[0], vb.lfoTrigger[1], vb.lfoTrigger[2],
-                          vb.lfoTrigger[3], vb.lfoTrigger[4], bank.vibratoTrigger};
+    float* triggers[kTriggerInputCount];
+    TriggerInputs(v, triggers);
     for (int r = 0; r < 4; ++r) {
-        if (!SourceInUse(v, 24 + r)) continue;
+        if (!SourceInUse(v, RampSource(r))) continue;
         float* out[1] = {vb.ramp[r]};
-        Process(m.ramps[4 * v + r], triggers, 6, out, 1, ctx);
+        Process(m.ramps[4 * v + r], triggers, kTriggerInputCount, out, 1, ctx);
     }
 
     // Lag
     {
         LagState& lag = m.lags[v];
-        float* in[2] = {selected(lag.inputIndex), dst[12]};
+        float* in[kLagInputCount] = {};
+        in[kLagInSource] = SelectedSource(v, lag.inputIndex);
+        in[kLagInRate] = dst[kDstLagRate];
         float* out[1] = {vb.lag};
         Process(lag, in, 29, out, 1, ctx);
     }
@@ -237,7 +319,7 @@ void VantorProcessor::RenderVoice(int v) {
     for (int t = 0; t < 3; ++t) {
         TrackState& tracker = m.trackers[3 * v + t];
         tracker.bipolar = IsBipolarSource(tracker.inputIndex) ? 1 : 0;
-        if (!SourceInUse(v, 21 + t)) continue;
+        if (!SourceInUse(v, TrackSource(t))) continue;
         float* out[1] = {vb.track[t]};
         Process(tracker, src, kSourceCount, out, 1, ctx);
     }
@@ -252,33 +334,30 @@ void VantorProcessor::RenderVoice(int v) {
 
     // FM goes either to oscillator 1 or to the filter; decided before both calls.
     const bool fmToFilter = m.fm[v].destination != 0.0f;
-    const bool runAnyway = m.vcas[2 * v + 1].gain > 0.0f;
+    // A VCA 2 gain above 0 keeps an inactive voice's oscillators and filter
+    // running, unless VCA 1 passes nothing this block anyway.
+    const bool runAnyway = m.vcas[2 * v + 1].gain > 0.0f && !Vca1Silent(v);
 
-    // Oscillators
-    {
-        float* in[10] = {dst[1],
-                         dst[2],
-                         dst[3],
-                         nullptr,
-                         vb.lag,
-                         bank.vibratoOut,
-                         bank.pitchbend,
-                         fmToFilter ? nullptr : vb.fmOut[0],
-                         bank.ambientNoise,
-                         fmToFilter ? nullptr : vb.fmOut[1]};
-        float* out[2] = {vb.oscOut0[0], vb.oscAudio[0]};
-        Process(m.oscillators[2 * v], in, 1, out, 2, ctx, runAnyway);
-    }
-    {
-        float* in[10] = {dst[4],          dst[5],         dst[6],  vb.oscOut0[0],     vb.lag,
-                         bank.vibratoOut, bank.pitchbend, nullptr, bank.ambientNoise, vb.fmOut[1]};
-        float* out[2] = {vb.oscOut0[1], vb.oscAudio[1]};
-        Process(m.oscillators[2 * v + 1], in, 1, out, 2, ctx, runAnyway);
+    // Oscillators: oscillator 1 drives oscillator 2's sync, oscillator 2 the FM.
+    for (int k = 0; k < 2; ++k) {
+        float* in[kOscInputCount] = {};
+        for (int i : {kOscInPitch, kOscInPulseWidth, kOscInVolume}) in[i] = dst[OscDst(k, i)];
+        in[kOscInSync] = k == 1 ? vb.oscOut0[0] : nullptr;
+        in[kOscInGlide] = vb.lag;
+        in[kOscInVibrato] = bank.vibratoOut;
+        in[kOscInPitchbend] = bank.pitchbend;
+        in[kOscInLinearFm] = k == 0 && !fmToFilter ? vb.fmOut[0] : nullptr;
+        in[kOscInJitter] = bank.ambientNoise;
+        in[kOscInFmActive] = k == 1 || !fmToFilter ? vb.fmOut[1] : nullptr;
+        float* out[2] = {vb.oscOut0[k], vb.oscAudio[k]};
+        Process(m.oscillators[2 * v + k], in, 1, out, 2, ctx, runAnyway);
     }
 
     // FM amount
     {
-        float* in[2] = {vb.oscOut0[1], dst[11]};
+        float* in[kFmInputCount] = {};
+        in[kFmInSignal] = vb.oscOut0[1];
+        in[kFmInAmount] = dst[kDstFmAmount];
         float* out[2] = {vb.fmOut[0], vb.fmOut[1]};
         Process(m.fm[v], in, 2, out, 2, ctx);
     }
@@ -286,56 +365,60 @@ void VantorProcessor::RenderVoice(int v) {
     // Oscillator sum
     for (int n = 0; n < kBlockSize; ++n) vb.oscSum[n] = vb.oscAudio[0][n] + vb.oscAudio[1][n];
 
-    // Filter
-    {
-        float* in[7] = {vb.oscSum,
-                        dst[7],
-                        dst[8],
-                        bank.vibratoOut,
-                        bank.pitchbend,
-                        vb.lag,
-                        fmToFilter ? vb.fmOut[0] : nullptr};
-        float* out[1] = {vb.filter};
-        Process(filter, in, 7, out, 1, ctx, runAnyway);
-    }
+    // The filter call, run later with the other voices' filters.
+    wiring.in[kVcfInAudio] = vb.oscSum;
+    wiring.in[kVcfInCutoffMod] = dst[kDstVcfCutoff];
+    wiring.in[kVcfInResMod] = dst[kDstVcfRes];
+    wiring.in[kVcfInVibrato] = bank.vibratoOut;
+    wiring.in[kVcfInPitchbend] = bank.pitchbend;
+    wiring.in[kVcfInLag] = vb.lag;
+    wiring.in[kVcfInFm] = fmToFilter ? vb.fmOut[0] : nullptr;
+    wiring.out[0] = vb.filter;
+    return {&filter, wiring.in, wiring.out, runAnyway};
+}
 
-    // VCAs
-    {
-        float* in[2] = {vb.filter, dst[9]};
-        float* out[1] = {vb.vca[0]};
-        Process(m.vcas[2 * v], in, 2, out, 1, ctx);
-    }
-    {
-        float* in[2] = {vb.vca[0], dst[10]};
-        float* out[1] = {vb.vca[1]};
-        Process(m.vcas[2 * v + 1], in, 2, out, 1, ctx);
+void VantorProcessor::RenderVoiceBack(int v) {
+    SignalBank& bank = *signals;
+    Modules& m = *modules;
+    VoiceBuffers& vb = bank.voices[v];
+    const ProcessContext& ctx = processContext;
+    float** dst = vb.destinations;
+
+    // VCAs: VCA 1 on the filter, VCA 2 on VCA 1.
+    for (int k = 0; k < 2; ++k) {
+        float* in[kVcaInputCount] = {};
+        in[kVcaInSignal] = k == 0 ? vb.filter : vb.vca[0];
+        in[kVcaInLevel] = dst[VcaLevelDst(k)];
+        float* out[1] = {vb.vca[k]};
+        Process(m.vcas[2 * v + k], in, 2, out, 1, ctx);
     }
 
     // Sources of the two level destinations, for the end-of-sound test
     uint32_t levelSources[2][6];
     for (int k = 0; k < 2; ++k) {
         for (uint32_t& s : levelSources[k]) s = kNoSource;
-        SourcesOfDestination(m.matrices[v], levelSources[k], static_cast<uint32_t>(9 + k));
-        for (int i = 0; i < 6; ++i)
-            vcaEnvelopeSources[k][i] = static_cast<int32_t>(levelSources[k][i]);
+        SourcesOfDestination(m.matrices[v], levelSources[k], static_cast<uint32_t>(VcaLevelDst(k)));
     }
 
     // LFOs
     for (int k = 0; k < 5; ++k) {
         LfoState& lfo = m.lfos[5 * v + k];
-        float* in[3] = {dst[38 + 2 * k], dst[39 + 2 * k], selected(lfo.inputIndex)};
+        float* in[kLfoInputCount] = {};
+        in[kLfoInSpeed] = dst[LfoSpeedDst(k)];
+        in[kLfoInAmp] = dst[LfoAmpDst(k)];
+        in[kLfoInSource] = SelectedSource(v, lfo.inputIndex);
         float* out[2] = {vb.lfoOut[k], vb.lfoTrigger[k]};
         Process(lfo, in, 3, out, 2, ctx);
     }
 
     // Envelopes
     for (int k = 0; k < 5; ++k) {
-        if (!SourceInUse(v, 11 + k)) continue;
-        float* in[11] = {dst[13 + 5 * k], dst[14 + 5 * k], dst[15 + 5 * k], dst[16 + 5 * k],
-                         dst[17 + 5 * k], triggers[0],     triggers[1],     triggers[2],
-                         triggers[3],     triggers[4],     triggers[5]};
+        if (!SourceInUse(v, EnvSource(k))) continue;
+        float* in[kEnvInputCount] = {};
+        for (int i = 0; i < kEnvInFirstTrigger; ++i) in[i] = dst[EnvDst(k, i)];
+        TriggerInputs(v, in + kEnvInFirstTrigger);
         float* out[1] = {vb.env[k]};
-        Process(m.envelopes[5 * v + k], in, 11, out, 1, ctx);
+        Process(m.envelopes[5 * v + k], in, kEnvInputCount, out, 1, ctx);
     }
 
     if (!IsFinite(vb.vca[1])) HealVoice(v);
@@ -354,10 +437,9 @@ void VantorProcessor::RenderVoice(int v) {
     // while that VCA's own gain is 0.
     for (int k = 0; k < 2; ++k) {
         if (m.vcas[2 * v + k].gain != 0.0f) continue;
-        for (int i = 0; i < 6; ++i) {
-            const uint32_t source = levelSources[k][i];
-            if (source < 11 || source > 15) continue;
-            EnvelopeState& env = m.envelopes[5 * v + (source - 11)];
+        for (const uint32_t source : levelSources[k]) {
+            if (!IsEnvelopeSource(source)) continue;
+            EnvelopeState& env = m.envelopes[5 * v + (source - kSrcEnv1)];
             if (env.restartPending == 0 && env.finished != 0) {
                 RemoveVoice(voiceState.activeVoices, v);
                 env.finished = 0;
@@ -368,6 +450,18 @@ void VantorProcessor::RenderVoice(int v) {
 
     // The voice's trigger is consumed.
     RemoveVoice(voiceState.triggerVoices, v);
+}
+
+// The source a module's selector picks, null outside the table.
+float* VantorProcessor::SelectedSource(int v, int32_t index) const {
+    return index < 0 || index >= kSourceCount ? nullptr : signals->voices[v].sources[index];
+}
+
+// The five LFO triggers of voice v, then the vibrato trigger.
+void VantorProcessor::TriggerInputs(int v, float** triggers) const {
+    const VoiceBuffers& vb = signals->voices[v];
+    for (int k = 0; k < 5; ++k) triggers[k] = vb.lfoTrigger[k];
+    triggers[5] = signals->vibratoTrigger;
 }
 
 } // namespace Norvell::Vantor

@@ -191,7 +191,7 @@ TEST(Robustness, NonFiniteRunningStateHealsWithinOneBlock) {
             PlayThroughEffect(h, 1);
             h.RenderBlocks(20);
             auto& m = h.Processor().ModuleRegistry();
-            for (auto& filter : m.filters) filter.s1 = filter.s2 = filter.s3 = filter.s4 = kNaN;
+            for (auto& filter : m.filters) std::fill_n(filter.pole, 4, kNaN);
             EXPECT_TRUE(std::isfinite(Peak(h.RenderBlocks(1))));
             EXPECT_GE(h.Processor().HealedBlocks(), 1u);
             EXPECT_LT(Peak(h.RenderBlocks(200)), 6.0f);
@@ -217,10 +217,10 @@ TEST(Robustness, PanicClearsPoisonedVoiceState) {
     PlayThroughEffect(h, 0);
     h.RenderBlocks(20);
     auto& m = h.Processor().ModuleRegistry();
-    for (auto& filter : m.filters) filter.s1 = filter.s2 = filter.s3 = filter.s4 = kNaN;
+    for (auto& filter : m.filters) std::fill_n(filter.pole, 4, kNaN);
     h.Set("panic", 1.0f);
     h.Set("panic", 0.0f);
-    for (auto& filter : m.filters) EXPECT_TRUE(filter.s1 == 0.0f && filter.s4 == 0.0f);
+    for (auto& filter : m.filters) EXPECT_TRUE(filter.pole[0] == 0.0f && filter.pole[3] == 0.0f);
     for (int key : {48, 55, 60, 64}) h.NoteOn(key);
     EXPECT_LT(Peak(h.RenderBlocks(200)), 6.0f);
     EXPECT_EQ(h.Processor().HealedBlocks(), 0u);

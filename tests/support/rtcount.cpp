@@ -2,6 +2,7 @@
 // calling thread while counting is on. A host preloads this library, looks up
 // rtcount_begin / rtcount_end with dlsym(RTLD_DEFAULT, ...) and brackets the
 // calls it audits; without the preload the lookups fail and the host skips.
+// RTCOUNT_TRACE=1 prints the call stack of every counted call, to find it.
 //
 // The malloc family goes straight to glibc's __libc_* entry points and the
 // mutex calls to the __pthread_* ones, so no lookup ever runs inside an
@@ -10,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <execinfo.h>
 #include <new>
 #include <pthread.h>
 
@@ -29,24 +31,34 @@ namespace {
 thread_local bool counting = false;
 thread_local RtCounts counts;
 
+void Count(long& field) {
+    if (!counting) return;
+    ++field;
+    if (getenv("RTCOUNT_TRACE") == nullptr) return;
+    counting = false; // backtrace may allocate
+    void* frames[24];
+    backtrace_symbols_fd(frames, backtrace(frames, 24), 2);
+    counting = true;
+}
+
 void* Aligned(size_t alignment, size_t size) {
     return __libc_memalign(alignment < sizeof(void*) ? sizeof(void*) : alignment, size ? size : 1);
 }
 
 void* NewOrThrow(size_t size, size_t alignment) {
-    if (counting) ++counts.news;
+    Count(counts.news);
     void* p = alignment ? Aligned(alignment, size) : __libc_malloc(size ? size : 1);
     if (p == nullptr) throw std::bad_alloc();
     return p;
 }
 
 void* NewNoThrow(size_t size, size_t alignment) noexcept {
-    if (counting) ++counts.news;
+    Count(counts.news);
     return alignment ? Aligned(alignment, size) : __libc_malloc(size ? size : 1);
 }
 
 void Delete(void* p) noexcept {
-    if (counting && p != nullptr) ++counts.deletes;
+    if (p != nullptr) Count(counts.deletes);
     __libc_free(p);
 }
 
@@ -65,45 +77,45 @@ RtCounts rtcount_end(void) {
 }
 
 void* malloc(size_t size) {
-    if (counting) ++counts.mallocs;
+    Count(counts.mallocs);
     return __libc_malloc(size);
 }
 void* calloc(size_t n, size_t size) {
-    if (counting) ++counts.mallocs;
+    Count(counts.mallocs);
     return __libc_calloc(n, size);
 }
 void* realloc(void* p, size_t size) {
-    if (counting) ++counts.mallocs;
+    Count(counts.mallocs);
     return __libc_realloc(p, size);
 }
 void free(void* p) {
-    if (counting && p != nullptr) ++counts.frees;
+    if (p != nullptr) Count(counts.frees);
     __libc_free(p);
 }
 void* memalign(size_t alignment, size_t size) {
-    if (counting) ++counts.mallocs;
+    Count(counts.mallocs);
     return __libc_memalign(alignment, size);
 }
 void* aligned_alloc(size_t alignment, size_t size) {
-    if (counting) ++counts.mallocs;
+    Count(counts.mallocs);
     return __libc_memalign(alignment, size);
 }
 int posix_memalign(void** out, size_t alignment, size_t size) {
-    if (counting) ++counts.mallocs;
+    Count(counts.mallocs);
     *out = __libc_memalign(alignment, size);
     return *out == nullptr ? 12 /* ENOMEM */ : 0;
 }
 
 int pthread_mutex_lock(pthread_mutex_t* m) {
-    if (counting) ++counts.locks;
+    Count(counts.locks);
     return __pthread_mutex_lock(m);
 }
 int pthread_mutex_trylock(pthread_mutex_t* m) {
-    if (counting) ++counts.locks;
+    Count(counts.locks);
     return __pthread_mutex_trylock(m);
 }
 int pthread_mutex_unlock(pthread_mutex_t* m) {
-    if (counting) ++counts.unlocks;
+    Count(counts.unlocks);
     return __pthread_mutex_unlock(m);
 }
 

@@ -1,11 +1,14 @@
 # Runs a command that must fail with a message and leave no output file behind.
-#   cmake -DCOMMAND=prog|arg|... -DEXPECT=regex [-DABSENT=path] -P expect_failure.cmake
+#   cmake -DCOMMAND=prog|arg|... -DEXPECT=regex [-DABSENT=path] [-DCODE=n] -P expect_failure.cmake
 # Arguments are separated by "|" so that they survive the trip through add_test.
 string(REPLACE "|" ";" command "${COMMAND}")
 execute_process(COMMAND ${command} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 message(STATUS "exit ${rc}\n${err}")
 if(rc EQUAL 0)
   message(FATAL_ERROR "the command succeeded but should have failed")
+endif()
+if(DEFINED CODE AND NOT rc EQUAL CODE)
+  message(FATAL_ERROR "exit status ${rc}, expected ${CODE}")
 endif()
 if(NOT err MATCHES "${EXPECT}")
   message(FATAL_ERROR "the error message does not match '${EXPECT}'")

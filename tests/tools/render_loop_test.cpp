@@ -1,9 +1,11 @@
-// MIDI-to-host mapping, block scheduling and the release tail, against a fake host.
+// MIDI-to-host mapping, channels, program changes, master volume and pan, block
+// scheduling and the release tail, against a fake host.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <functional>
 
+#include "render/mastermix.h"
 #include "render/renderloop.h"
 #include "render/timeline.h"
 
@@ -63,7 +65,7 @@ TEST(RenderLoop, MidiMessagesAndControllersBecomeHostCalls) {
 }
 
 TEST(RenderLoop, ActionsFallIntoTheirBlockInHostOrderWithTheirTempo) {
-    Timeline t{{}, 128, 96.0f};
+    Timeline t{{}, 128, 96.0f, {}};
     t.actions = {{0, Kind::Midi, 0, 0, 0x90},  {31, Kind::Param, 7, 0.25f},
                  {31, Kind::Midi, 0, 0, 0x91}, {31, Kind::Immediate, 9, 1.0f},
                  {32, Kind::Midi, 0, 0, 0x92}, {40, Kind::Param, 8, 0.5f},
@@ -91,7 +93,7 @@ TEST(RenderLoop, TheTailEndsAPadAfterTheSoundStopsOrAtTheLimit) {
         {300, 2.5, [](int64_t f) { return f % 2 ? 0.01f : -0.01f; }, 300 + 2500, true},
     };
     for (const auto& [endFrame, tail, signal, frames, capped] : cases) {
-        const Session run(Timeline{{}, endFrame}, tail, signal);
+        const Session run(Timeline{{}, endFrame, 120.0f, {}}, tail, signal);
         EXPECT_EQ(run.stats.frames, frames) << endFrame;
         EXPECT_EQ(run.stats.tailCapped, capped) << endFrame;
         EXPECT_FLOAT_EQ(run.stats.peak, std::fabs(signal(0))) << endFrame;
@@ -103,5 +105,69 @@ TEST(RenderLoop, TheTailEndsAPadAfterTheSoundStopsOrAtTheLimit) {
 
 TEST(RenderLoop, ProgressCanAbortTheRender) {
     const auto stop = [](const RenderProgress& p) { return p.frames < 96 && p.endFrame == 10000; };
-    EXPECT_THROW(Session(Timeline{{}, 10000}, 0, {}, stop), RenderAborted);
+    EXPECT_THROW(Session(Timeline{{}, 10000, 120.0f, {}}, 0, {}, stop), RenderAborted);
+}
+
+TEST(RenderLoop, ChannelsProgramsAndMixChangesAreSortedOut) {
+    SmfFile file{0, 480, {{}}};
+    const uint8_t messages[][3] = {{0x90, 60, 100}, {0x99, 36, 100}, {0xC0, 4, 0}, {0xC9, 4, 0},
+                                   {0xC0, 5, 0},    {0xB0, 7, 100},  {0xB9, 7, 0}, {0xB0, 10, 0},
+                                   {0x80, 60, 0},   {0xC0, 4, 0}}; // again: nothing left to change
+    for (const auto& m : messages)
+        file.tracks[0].push_back({480, 0, SmfEventType::Channel, m[0], m[1], m[2]});
+    TimelineOptions options;
+    options.channels = 0x01FF; // 1 to 9: no drums
+    options.programs[4] = {{11, 0.25f}, {12, 0.75f}, {13, 0.5f}};
+    options.startValues = std::vector<float>(14, 0.0f);
+    options.startValues[13] = 0.5f; // already there: not sent
+    const Timeline t = BuildTimeline(file, 1000, {}, options);
+    // Half a second at 120 bpm; program 5 is mapped, 6 is not.
+    ASSERT_EQ(t.actions.size(), 4u);
+    EXPECT_EQ(t.actions[0].message, PackMidi(0x90, 60, 100));
+    EXPECT_EQ(t.actions[1].kind, Kind::Param);
+    EXPECT_EQ(t.actions[1].frame, 500);
+    EXPECT_EQ(t.actions[1].id, 11u);
+    EXPECT_EQ(t.actions[2].value, 0.75f);
+    EXPECT_EQ(t.actions[3].message, PackMidi(0x80, 60, 0));
+    ASSERT_EQ(t.mix.size(), 2u);
+    EXPECT_EQ(t.mix[0].kind, MixChange::Kind::Volume);
+    EXPECT_EQ(t.mix[0].value, 100);
+    EXPECT_EQ(t.mix[1].kind, MixChange::Kind::Pan);
+    EXPECT_EQ(t.mix[1].frame, 500);
+}
+
+TEST(RenderLoop, VolumeAndPanGlideWithinTheBlockOfTheirChange) {
+    Timeline t{{}, 128, 120.0f, {}};
+    t.mix = {{40, MixChange::Kind::Volume, 0}, {70, MixChange::Kind::Pan, 1}};
+    const Session run(t, 0, [](int64_t) { return 0.5f; });
+    ASSERT_EQ(run.out.size(), 128u);                                           // the left channel
+    for (int64_t f = 0; f < 32; ++f) EXPECT_EQ(run.out[size_t(f)], 0.5f) << f; // no CC yet
+    for (int64_t f = 32; f < 63; ++f) // fading to silence across the block, no step
+        EXPECT_NEAR(run.out[size_t(f)], 0.5f * (1.0f - float(f - 31) / 32.0f), 1e-6f) << f;
+    for (int64_t f = 63; f < 128; ++f) EXPECT_EQ(run.out[size_t(f)], 0.0f) << f;
+}
+
+TEST(RenderLoop, VolumeAndPanLaws) {
+    EXPECT_EQ(VolumeGain(127), 1.0);
+    EXPECT_EQ(VolumeGain(0), 0.0);
+    EXPECT_NEAR(20.0 * std::log10(VolumeGain(100)), 40.0 * std::log10(100.0 / 127.0), 1e-12);
+    const auto centre = PanLaw(64);
+    EXPECT_EQ(centre.left, 1.0);
+    EXPECT_EQ(centre.right, 1.0);
+    for (const uint8_t hardLeft : {0, 1}) {
+        EXPECT_EQ(PanLaw(hardLeft).left, 1.0);
+        EXPECT_NEAR(PanLaw(hardLeft).right, 0.0, 1e-15);
+    }
+    EXPECT_NEAR(PanLaw(127).left, 0.0, 1e-15);
+    EXPECT_EQ(PanLaw(127).right, 1.0);
+    // Half-way to one side (95.5) the other channel is at -3 dB.
+    EXPECT_GT(PanLaw(95).left, std::sqrt(0.5));
+    EXPECT_LT(PanLaw(96).left, std::sqrt(0.5));
+    EXPECT_GT(PanLaw(33).right, std::sqrt(0.5));
+    EXPECT_LT(PanLaw(32).right, std::sqrt(0.5));
+    double previous = 2.0;
+    for (int cc = 64; cc <= 127; ++cc) { // the far side only ever fades
+        EXPECT_LE(PanLaw(uint8_t(cc)).left, previous) << cc;
+        previous = PanLaw(uint8_t(cc)).left;
+    }
 }

@@ -1,7 +1,7 @@
 # Tests of vantor-render: unit tests on its library, and end-to-end runs of the
 # built program against the real engine (they need a complete engine to pass;
 # one that renders silence still yields WAV files of the right length).
-foreach(test midifile loop wavwriter)
+foreach(test midifile loop audiofile options levels)
   target_link_libraries(tools_render_${test}_test PRIVATE vantor_render_lib)
 endforeach()
 foreach(test preset blockprocessor)
@@ -33,12 +33,18 @@ function(vantor_render_test name)
   endif()
 endfunction()
 
-# A run that must fail with a message matching EXPECT and leave ABSENT unwritten.
+# A run that must fail with a message matching EXPECT and leave ABSENT unwritten;
+# errors exit with 1 unless CODE=2 comes first in ARGN (a command-line error).
 function(vantor_render_failure name expect absent)
+  set(code 1)
+  if("${ARGV3}" STREQUAL "CODE=2")
+    set(code 2)
+    list(POP_FRONT ARGN)
+  endif()
   string(REPLACE ";" "|" command "${RENDER};${ARGN}")
   add_test(NAME tools.render.fails.${name}
     COMMAND ${CMAKE_COMMAND} "-DCOMMAND=${command}" "-DEXPECT=${expect}" "-DABSENT=${absent}"
-            -P ${CMAKE_CURRENT_LIST_DIR}/expect_failure.cmake)
+            -DCODE=${code} -P ${CMAKE_CURRENT_LIST_DIR}/expect_failure.cmake)
   set_tests_properties(tools.render.fails.${name} PROPERTIES FIXTURES_REQUIRED render_clip)
 endfunction()
 
@@ -71,12 +77,42 @@ set_tests_properties(tools.render.seed_b.same PROPERTIES FIXTURES_REQUIRED rende
 vantor_render_test(demo ARGS ${VANTOR_DOC_DIR}/demo.mid -o ${RENDER_OUT}/demo.wav
   CHECK ${RENDER_OUT}/demo.wav --min-frames 1177879 --rate 44100 --min-peak 0.01)
 
-# Every shipped preset loads into the real engine (all its names exist) and renders.
-foreach(file ${VANTOR_PRESET_FILES})
+# The committed category phrases are what the generator writes.
+add_test(NAME tools.render.phrase_files_are_generated
+  COMMAND ${CMAKE_COMMAND} -E chdir ${RENDER_OUT} sh -c
+          "mkdir -p phrases && '$<TARGET_FILE:vantor-mkdemo>' --phrases phrases && cd phrases && \
+           for f in *.mid; do cmp $f '${CMAKE_SOURCE_DIR}/data/demo/'$f || exit 1; done")
+
+# Every shipped preset loads into the real engine (all its names exist) and plays its
+# category's phrase (as in the gallery) with a peak between -24 and -1 dBFS.
+file(GLOB preset_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/data/presets/*.json)
+foreach(file ${preset_files})
   get_filename_component(preset ${file} NAME_WE)
-  vantor_render_test(preset_${preset} ARGS ${CLIP} -o ${RENDER_OUT}/preset_${preset}.wav --tail 0
-    --preset ${preset} CHECK ${RENDER_OUT}/preset_${preset}.wav --frames 66150)
+  file(READ ${file} json)
+  string(JSON category ERROR_VARIABLE no_category GET "${json}" category)
+  string(TOLOWER "${category}" category)
+  set(phrase ${CMAKE_SOURCE_DIR}/data/demo/phrase-${category}.mid)
+  if(no_category OR NOT EXISTS ${phrase})
+    set(phrase ${CMAKE_SOURCE_DIR}/data/demo/phrase-init.mid)
+  endif()
+  vantor_render_test(preset_${preset} ARGS ${phrase} -o ${RENDER_OUT}/preset_${preset}.wav
+    --tail 3 --seed 1 --format float --preset ${preset}
+    CHECK ${RENDER_OUT}/preset_${preset}.wav --min-peak 0.0631 --max-peak 0.891)
+  set_tests_properties(tools.render.preset_${preset} PROPERTIES ENVIRONMENT XDG_DATA_HOME=${RENDER_OUT}/none)
 endforeach()
+
+# A saved preset in the user's folder, found by name, sounds exactly like what was saved.
+set(USER_DATA ${RENDER_OUT}/xdg)
+file(MAKE_DIRECTORY ${USER_DATA}/vantor/presets)
+set(SAVED_SOUND --preset pluck --set voice1_vcf_res=0.61 --set voice1_env3_decay=0.123456)
+vantor_render_test(save_preset ARGS ${SAVED_SOUND} --save-preset ${USER_DATA}/vantor/presets/saved.json)
+vantor_render_test(saved_direct ARGS ${CLIP} -o ${RENDER_OUT}/saved_direct.wav --seed 5 --tail 1 ${SAVED_SOUND})
+vantor_render_test(saved_by_name ARGS ${CLIP} -o ${RENDER_OUT}/saved_by_name.wav --seed 5 --tail 1
+  --preset saved REQUIRES "render_save_preset;render_saved_direct")
+set_tests_properties(tools.render.saved_by_name PROPERTIES ENVIRONMENT XDG_DATA_HOME=${USER_DATA})
+add_test(NAME tools.render.saved_by_name.same COMMAND ${CMAKE_COMMAND} -E compare_files
+  ${RENDER_OUT}/saved_direct.wav ${RENDER_OUT}/saved_by_name.wav)
+set_tests_properties(tools.render.saved_by_name.same PROPERTIES FIXTURES_REQUIRED render_saved_by_name)
 
 vantor_render_test(save_state ARGS --preset pluck --set master_volume=0.4
   --save-state ${RENDER_OUT}/pluck.state)
@@ -117,7 +153,77 @@ vantor_render_failure(unwritable_output "cannot write" ${RENDER_OUT}/no-such-fol
 set_tests_properties(tools.render.list_params PROPERTIES FAIL_REGULAR_EXPRESSION "not found")
 add_test(NAME tools.render.list_presets COMMAND ${RENDER} --list-presets)
 set_tests_properties(tools.render.list_presets PROPERTIES
-  PASS_REGULAR_EXPRESSION "fx_reverb_piano\ninit\nlead")
+  PASS_REGULAR_EXPRESSION "\ninit  +Init  +One sawtooth[^\n]*\n")
 add_test(NAME tools.listparams.beside_engine COMMAND $<TARGET_FILE:vantor-listparams>)
 set_tests_properties(tools.listparams.beside_engine PROPERTIES
   PASS_REGULAR_EXPRESSION "voice12_vcf_cutoff" FAIL_REGULAR_EXPRESSION "not found")
+
+# Piping: the audio alone on standard output, MIDI from standard input.
+add_test(NAME tools.render.pipe_wav_into_sox COMMAND sh -c
+  "'${RENDER}' - -o - --tail 0 < '${CLIP}' | sox -t wav - -b 16 '${RENDER_OUT}/piped.wav' && \
+   '${WAVCHECK}' '${RENDER_OUT}/piped.wav' --frames 66150 --format 16 --min-peak 0.01")
+add_test(NAME tools.render.pipe_raw_into_sox COMMAND sh -c
+  "'${RENDER}' '${CLIP}' -o - --type raw --format 16 --tail 0 -q | \
+   sox -t raw -r 44100 -e signed -b 16 -c 2 - '${RENDER_OUT}/piped_raw.wav' && \
+   '${WAVCHECK}' '${RENDER_OUT}/piped_raw.wav' --frames 66150 --format 16 --min-peak 0.01")
+set_tests_properties(tools.render.pipe_wav_into_sox tools.render.pipe_raw_into_sox PROPERTIES
+  FIXTURES_REQUIRED render_clip)
+
+# FLAC is lossless: read back through libsndfile it holds the WAV's samples.
+vantor_render_test(flac ARGS ${CLIP} -o ${RENDER_OUT}/seeded.flac --seed 3 --tail 0 ${NOISE}
+  CHECK ${RENDER_OUT}/seeded.flac --type flac --frames 66150 --format 24)
+vantor_render_test(flac_wav ARGS ${CLIP} -o ${RENDER_OUT}/seeded.wav --seed 3 --tail 0 ${NOISE})
+add_test(NAME tools.render.flac_round_trip COMMAND ${WAVCHECK} ${RENDER_OUT}/seeded.flac
+  --type flac --same-as ${RENDER_OUT}/seeded.wav)
+set_tests_properties(tools.render.flac_round_trip PROPERTIES
+  FIXTURES_REQUIRED "render_flac;render_flac_wav")
+vantor_render_test(ogg ARGS ${CLIP} -o ${RENDER_OUT}/clip.ogg --tail 0
+  CHECK ${RENDER_OUT}/clip.ogg --type ogg --min-peak 0.01)
+
+# Several inputs, each to its own file in a folder, as --type says.
+set(PAN_MID ${CMAKE_CURRENT_LIST_DIR}/data/pan_left_program1.mid)
+vantor_render_test(several ARGS ${CLIP} ${PAN_MID} -o ${RENDER_OUT}/several/ --type flac --tail 0)
+foreach(name clip pan_left_program1)
+  add_test(NAME tools.render.several.${name} COMMAND ${WAVCHECK}
+    ${RENDER_OUT}/several/${name}.flac --type flac --min-peak 0.01)
+  set_tests_properties(tools.render.several.${name} PROPERTIES FIXTURES_REQUIRED render_several)
+endforeach()
+
+# Levels after rendering: normalised to -6 dBFS; the summary shows both levels.
+vantor_render_test(normalize ARGS ${CLIP} -o ${RENDER_OUT}/normalized.wav --format float
+  --tail 0 --normalize=-6
+  CHECK ${RENDER_OUT}/normalized.wav --min-peak 0.50118 --max-peak 0.50119)
+add_test(NAME tools.render.gain_summary COMMAND ${RENDER} ${CLIP} -o ${RENDER_OUT}/gain.wav
+  --tail 0 --gain 6)
+set_tests_properties(tools.render.gain_summary PROPERTIES FIXTURES_REQUIRED render_clip
+  PASS_REGULAR_EXPRESSION "Peak +-[0-9.]+ dBFS rendered, -[0-9.]+ dBFS written \\(\\+6.0 dB\\)\nSpeed +[0-9.]+x real time")
+
+# Channels, pan and program changes: one note on channel 1 after program 1 and CC 10 = 0.
+vantor_render_test(pan_left ARGS ${PAN_MID} -o ${RENDER_OUT}/pan_left.wav --tail 0
+  CHECK ${RENDER_OUT}/pan_left.wav --min-peak 0.01 --max-right-peak 0.001)
+vantor_render_test(other_channels ARGS ${PAN_MID} -o ${RENDER_OUT}/other_channels.wav --tail 0
+  --channels 2-16 CHECK ${RENDER_OUT}/other_channels.wav --frames 22050 --max-peak 0.001)
+vantor_render_test(program_table ARGS ${PAN_MID} -o ${RENDER_OUT}/program.wav --tail 0
+  --programs ${CMAKE_CURRENT_LIST_DIR}/data/programs.txt
+  CHECK ${RENDER_OUT}/program.wav --frames 22050 --max-peak 0.0)
+
+add_test(NAME tools.render.version COMMAND ${RENDER} --version)
+set_tests_properties(tools.render.version PROPERTIES
+  PASS_REGULAR_EXPRESSION "^vantor-render ${PROJECT_VERSION}\n$")
+# Command-line errors exit with 2, with a short message.
+vantor_render_failure(rate_zero "^--rate: the sample rate must be from 8000 to 768000 Hz, not 0\n"
+  ${RENDER_OUT}/rate0.wav CODE=2 ${CLIP} -o ${RENDER_OUT}/rate0.wav -r 0)
+vantor_render_failure(unknown_option "--no-such" ${RENDER_OUT}/opt.wav CODE=2
+  ${CLIP} -o ${RENDER_OUT}/opt.wav --no-such)
+vantor_render_failure(two_inputs_one_file "several inputs need -o FOLDER" ${RENDER_OUT}/one.wav
+  CODE=2 ${CLIP} ${CLIP} -o ${RENDER_OUT}/one.wav)
+vantor_render_failure(mp3 "cannot tell the file type of .*clip.mp3" ${RENDER_OUT}/clip.mp3
+  CODE=2 ${CLIP} -o ${RENDER_OUT}/clip.mp3)
+vantor_render_failure(opus_rate "Opus is written at .* not 44100 Hz" ${RENDER_OUT}/clip.opus
+  ${CLIP} -o ${RENDER_OUT}/clip.opus)
+vantor_render_failure(flac_float "FLAC holds 16 or 24-bit samples" ${RENDER_OUT}/float.flac
+  ${CLIP} -o ${RENDER_OUT}/float.flac --format float)
+
+# The README's option table lists exactly the options of --help.
+add_test(NAME tools.render.readme_options COMMAND ${CMAKE_COMMAND} -DRENDER=${RENDER}
+  -DREADME=${CMAKE_SOURCE_DIR}/README.md -P ${CMAKE_CURRENT_LIST_DIR}/readme_options.cmake)

@@ -1,9 +1,6 @@
 # The host-level torture suite: a plain-C host, and the LD_PRELOAD library
 # that counts heap and mutex calls around the per-block operations.
-add_library(rtcount SHARED ${CMAKE_SOURCE_DIR}/tests/support/rtcount.cpp)
-target_include_directories(rtcount PUBLIC ${CMAKE_SOURCE_DIR}/tests/support)
-set_target_properties(rtcount PROPERTIES PREFIX "" CXX_VISIBILITY_PRESET default
-                      LIBRARY_OUTPUT_DIRECTORY ${VANTOR_TEST_DIR})
+include(${CMAKE_SOURCE_DIR}/tests/support/rtcount.cmake)
 
 add_executable(vantor_torture ${CMAKE_CURRENT_LIST_DIR}/torture.c)
 target_include_directories(vantor_torture PRIVATE ${CMAKE_SOURCE_DIR}/include

@@ -46,8 +46,10 @@ void SetByName(HostCore::Engine& engine, const ParamDirectory& params, const cha
     if (auto id = params.Find(name)) engine.SetParam(*id, value);
 }
 
+// A preset file over the init preset beside it.
 auto PresetSetup(const std::string& path) {
-    const auto preset = HostCore::ReadPreset(path);
+    const auto init = std::filesystem::path(path).parent_path() / "init.json";
+    const auto preset = HostCore::ReadPresetOverInit(path, init.string());
     return [preset](HostCore::Engine& engine, const ParamDirectory& params) {
         for (const auto& v : HostCore::ResolvePreset(preset, params))
             engine.SetParam(v.id, v.value);

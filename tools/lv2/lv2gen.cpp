@@ -1,12 +1,15 @@
 // vantor-lv2gen ENGINE PRESET_FOLDER BUNDLE: writes manifest.ttl, vantor.ttl and
 // presets.ttl of the plugin bundle from the engine's parameter list and the presets.
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "hostcore/engine.h"
 #include "hostcore/preset.h"
@@ -51,6 +54,50 @@ std::string Quoted(const std::string& text) {
     return out + "\"";
 }
 
+// A preset file with the bank it goes in.
+struct PresetFile {
+    std::string stem;
+    Preset preset;
+    std::string category; // empty: the factory bank
+};
+
+// The preset loader knows name, description and values; the category and the other
+// descriptive fields are read here and kept from it.
+PresetFile LoadPreset(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    if (!in) throw PresetError(path.string() + ": cannot read the preset");
+    nlohmann::ordered_json doc;
+    try {
+        doc = nlohmann::ordered_json::parse(text);
+    } catch (const nlohmann::json::parse_error& e) {
+        throw PresetError(path.string() + ": bad JSON: " + e.what());
+    }
+    PresetFile file{path.stem().string(), {}, {}};
+    if (doc.is_object()) {
+        if (doc.contains("category") && doc["category"].is_string())
+            file.category = doc["category"].get<std::string>();
+        for (auto it = doc.begin(); it != doc.end();)
+            it = it.key() == "name" || it.key() == "description" || it.key() == "values"
+                     ? std::next(it)
+                     : doc.erase(it);
+    }
+    file.preset = ParsePreset(doc.dump(), path.string());
+    return file;
+}
+
+// "Bass & Sub" -> urn:norvell:vantor:bank:bass-sub
+std::string BankUri(const std::string& category) {
+    std::string slug;
+    for (char c : category.empty() ? std::string("factory") : category) {
+        if (std::isalnum(static_cast<unsigned char>(c)))
+            slug += char(std::tolower(static_cast<unsigned char>(c)));
+        else if (!slug.empty() && slug.back() != '-')
+            slug += '-';
+    }
+    return std::string(kPluginUri) + ":bank:" + slug;
+}
+
 struct Param {
     std::string name;
     int32_t steps;
@@ -74,7 +121,7 @@ void WriteState(std::ostream& out, const std::vector<Param>& list, const std::ve
         const bool saved = p.role == Role::Writable || p.name == "presetmode" ||
                            (ownVoices && OtherVoiceSound(p.name));
         if (saved)
-            out << " ;\n        <" << ParamUri(p.name) << "> \"" << Number(values[id])
+            out << " ;\n        <" << ParamUri(p.name) << "> \"" << StateText(values[id])
                 << "\"^^xsd:float";
     }
     out << "\n    ] .\n\n";
@@ -102,7 +149,8 @@ int main(int argc, char** argv) {
         std::sort(files.begin(), files.end());
 
         ApplyPerformanceDefaults(engine, params);
-        for (const auto& v : ResolvePreset(ReadPreset(fs::path(argv[2]) / "init.json"), params))
+        for (const auto& v :
+             ResolvePreset(LoadPreset(fs::path(argv[2]) / "init.json").preset, params))
             engine.SetParam(v.id, v.value);
         std::vector<float> init(params.Size());
         std::vector<Param> list;
@@ -184,17 +232,23 @@ int main(int argc, char** argv) {
     ] .
 )";
 
+        std::vector<PresetFile> loaded;
+        for (const auto& file : files) loaded.push_back(LoadPreset(file));
         std::ofstream presets(bundle / "presets.ttl");
-        const std::string bank = std::string(kPluginUri) + ":bank:factory";
-        presets << kPrefixes << "<" << bank
-                << ">\n    a pset:Bank ;\n    rdfs:label \"Factory\" .\n\n";
-        for (const auto& file : files) {
-            const Preset preset = ReadPreset(file.string());
-            presets << "<" << PresetUri(file.stem().string()) << ">\n    a pset:Preset ;\n"
+        presets << kPrefixes;
+        std::map<std::string, std::string> banks; // URI -> label
+        for (const auto& file : loaded)
+            banks.emplace(BankUri(file.category),
+                          file.category.empty() ? "Factory" : file.category);
+        for (const auto& [uri, label] : banks)
+            presets << "<" << uri << ">\n    a pset:Bank ;\n    rdfs:label " << Quoted(label)
+                    << " .\n\n";
+        for (const auto& file : loaded) {
+            presets << "<" << PresetUri(file.stem) << ">\n    a pset:Preset ;\n"
                     << "    lv2:appliesTo <" << kPluginUri << "> ;\n"
-                    << "    rdfs:label " << Quoted(preset.name) << " ;\n"
-                    << "    pset:bank <" << bank << "> ;\n";
-            WriteState(presets, list, SoundOf(init, preset, params), *presetMode);
+                    << "    rdfs:label " << Quoted(file.preset.name) << " ;\n"
+                    << "    pset:bank <" << BankUri(file.category) << "> ;\n";
+            WriteState(presets, list, SoundOf(init, file.preset, params), *presetMode);
         }
         if (!manifest || !ttl || !presets) throw std::runtime_error("cannot write the bundle");
         return 0;

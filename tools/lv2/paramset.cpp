@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cctype>
+#include <cmath>
 #include <regex>
 
 namespace Norvell::Lv2 {
@@ -82,6 +83,29 @@ std::string Label(const std::string& name) {
     }
     if (!label.empty()) label[0] = char(std::toupper(static_cast<unsigned char>(label[0])));
     return label;
+}
+
+namespace {
+
+constexpr double kGrid = 1e8;
+
+// Rounds halves away from zero, as the hosts' writer does.
+int64_t GridSteps(float value) {
+    return std::llround(double(value) * kGrid);
+}
+
+} // namespace
+
+float OnStateGrid(float value) {
+    return float(double(GridSteps(value)) / kGrid);
+}
+
+std::string StateText(float value) {
+    const int64_t steps = GridSteps(value);
+    std::string digits = std::to_string(steps % int64_t(kGrid));
+    digits.insert(0, 8 - digits.size(), '0');
+    while (digits.size() > 1 && digits.back() == '0') digits.pop_back();
+    return std::to_string(steps / int64_t(kGrid)) + "." + digits;
 }
 
 std::vector<ScalePoint> ScalePoints(const std::string& name, int32_t steps) {

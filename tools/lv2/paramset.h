@@ -28,6 +28,16 @@ std::string ParamUri(const std::string& name);
 std::string PresetUri(const std::string& file);
 std::string Label(const std::string& name);
 
+// Hosts write state floats as decimals with eight digits after the point. The
+// plugin holds every value on that grid, so a saved value reads back as the very
+// same float: from 0.125 up every float is on it already; a smaller value moves by
+// less than 1e-8. Values are 0..1.
+float OnStateGrid(float value);
+
+// A value in 0..1 as hosts write it in state: eight decimals at most, trailing
+// zeros dropped ("0.0", "0.30000001", "1.0").
+std::string StateText(float value);
+
 struct ScalePoint {
     float value;
     std::string label;

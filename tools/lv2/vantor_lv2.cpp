@@ -119,7 +119,8 @@ public:
         const bool ownVoices = mirror_[presetMode_].load(std::memory_order_relaxed) > 0.0f;
         for (uint32_t id = 0; id < roles_.size(); ++id) {
             if (!Saved(id, ownVoices)) continue;
-            const float value = mirror_[id].load(std::memory_order_relaxed);
+            // A value the engine set itself may lie between grid points.
+            const float value = OnStateGrid(mirror_[id].load(std::memory_order_relaxed));
             store(handle, urids_[id], &value, sizeof value, uris_.atomFloat,
                   LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE);
         }
@@ -138,7 +139,7 @@ public:
             const void* data = retrieve(handle, urids_[id], &size, &type, &flags);
             float value = 0.0f;
             if (data && Number(type, data, size, value))
-                engine_.SetParam(id, std::clamp(value, 0.0f, 1.0f));
+                engine_.SetParam(id, OnStateGrid(std::clamp(value, 0.0f, 1.0f)));
         }
         engine_.UpdateVoiceSetup();
         for (uint32_t id = 0; id < roles_.size(); ++id) {
@@ -213,7 +214,7 @@ private:
             if (id < 0 || roles_[size_t(id)] != Role::Writable ||
                 !Number(value->type, value + 1, value->size, number))
                 return;
-            number = std::clamp(number, 0.0f, 1.0f);
+            number = OnStateGrid(std::clamp(number, 0.0f, 1.0f));
             HostAction action;
             action.kind = HostAction::Kind::Param;
             action.id = uint32_t(id);

@@ -2,10 +2,14 @@
 //
 //   vantor-mkdemo OUT.mid          the demo: 10 bars in A minor, about 26 s
 //   vantor-mkdemo --clip OUT.mid   two notes, 1.5 s at 120 bpm (used by the tests)
+//   vantor-mkdemo --phrases DIR    one short phrase per preset category, 4 s at 120 bpm
+//                                  (DIR/phrase-basses.mid ...), played by the preset gallery
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -102,6 +106,17 @@ std::vector<uint8_t> File(uint16_t format, std::vector<std::vector<uint8_t>> tra
         out.insert(out.end(), t.begin(), t.end());
     }
     return out;
+}
+
+int Write(const std::string& path, const std::vector<uint8_t>& bytes) {
+    FILE* out = std::fopen(path.c_str(), "wb");
+    const bool written = out && std::fwrite(bytes.data(), 1, bytes.size(), out) == bytes.size();
+    const bool closed = out && std::fclose(out) == 0;
+    if (!written || !closed) {
+        std::fprintf(stderr, "vantor-mkdemo: cannot write %s\n", path.c_str());
+        return 1;
+    }
+    return 0;
 }
 
 constexpr uint32_t Beat(double beats) {
@@ -203,20 +218,122 @@ std::vector<uint8_t> Clip() {
     return File(0, {t.Encode(Beat(3))}); // ends at 1.5 s
 }
 
+// A phrase: bars of 4/4 at 120 bpm, one track, channel 1, wheel and bend centred.
+struct Phrase {
+    Track track;
+    Phrase() {
+        track.Tempo(0, 120);
+        track.Control(0, 0, 1, 0);
+        track.Bend(0, 0, 8192);
+    }
+    void Notes(std::initializer_list<std::array<double, 4>> notes) { // beat, length, key, vel
+        for (const auto& n : notes) track.Note(Beat(n[0]), Beat(n[1]), 0, int(n[2]), int(n[3]));
+    }
+    std::vector<uint8_t> Encode() { return File(0, {track.Encode(Beat(8))}); }
+};
+
+// Low line; overlapping notes (legato) and a gap between phrases.
+std::vector<uint8_t> BassPhrase() {
+    Phrase p;
+    p.Notes({{0, 0.45, 36, 110},
+             {0.5, 0.45, 36, 80},
+             {1, 0.45, 48, 100},
+             {1.5, 0.45, 36, 80},
+             {2, 0.6, 39, 110},
+             {2.5, 0.6, 41, 100},
+             {3, 0.9, 43, 105},
+             {4, 0.45, 31, 110},
+             {4.5, 0.45, 43, 90},
+             {5, 0.45, 31, 100},
+             {5.5, 0.6, 34, 90},
+             {6, 1.5, 36, 115}});
+    return p.Encode();
+}
+
+// Melody with legato steps over a held lower note, a bend up and back, and the mod wheel on
+// the last note.
+std::vector<uint8_t> LeadPhrase() {
+    Phrase p;
+    p.Notes({{0, 0.55, 69, 100},
+             {0.5, 0.55, 72, 96},
+             {1, 1.05, 76, 110},
+             {2, 0.5, 74, 90},
+             {2.5, 0.5, 72, 92},
+             {3, 1.5, 74, 104},
+             {4.5, 0.5, 76, 96},
+             {5, 2.5, 79, 112},
+             {1, 2.9, 64, 80},
+             {5, 2.5, 67, 84}});
+    auto bend = [&](uint32_t t, int v) { p.track.Bend(t, 0, v); };
+    auto wheel = [&](uint32_t t, int v) { p.track.Control(t, 0, 1, v); };
+    p.track.Sweep(Beat(3.5), Beat(3.9), 30, 8192, 12288, bend);
+    p.track.Sweep(Beat(4.1), Beat(4.4), 30, 12288, 8192, bend);
+    p.track.Sweep(Beat(5.5), Beat(7.5), 60, 0, 100, wheel);
+    return p.Encode();
+}
+
+// Two held chords, each a bar long, then room for the release.
+std::vector<uint8_t> ChordPhrase(bool stabs) {
+    Phrase p;
+    if (stabs) { // short chords with accents before the held one
+        for (double beat : {0.0, 0.75, 1.5})
+            for (int key : {55, 60, 64, 67}) p.track.Note(Beat(beat), Beat(0.4), 0, key, 110);
+        for (int key : {53, 57, 60, 65}) p.track.Note(Beat(2.5), Beat(3), 0, key, 100);
+        return p.Encode();
+    }
+    for (int key : {45, 57, 60, 64}) p.track.Note(0, Beat(3.6), 0, key, 90);
+    for (int key : {41, 57, 60, 65}) p.track.Note(Beat(4), Beat(3), 0, key, 84);
+    return p.Encode();
+}
+
+// Broken chords in eighths, then a short chord.
+std::vector<uint8_t> PluckPhrase() {
+    Phrase p;
+    const int keys[] = {57, 64, 69, 72, 76, 72, 69, 64, 53, 60, 65, 69, 72, 69, 65, 60};
+    for (int i = 0; i < 12; ++i)
+        p.track.Note(Beat(0.5 * i), Beat(0.3), 0, keys[i], 80 + (i % 4) * 10);
+    for (int key : {48, 55, 60, 64}) p.track.Note(Beat(6), Beat(1), 0, key, 100);
+    return p.Encode();
+}
+
+// One low and one high held note, the wheel rising over them.
+std::vector<uint8_t> FxPhrase() {
+    Phrase p;
+    p.Notes({{0, 3, 48, 110}, {3.5, 3, 72, 100}});
+    p.track.Sweep(0, Beat(6), 60, 0, 127, [&](uint32_t t, int v) { p.track.Control(t, 0, 1, v); });
+    return p.Encode();
+}
+
+// Sixteenths over two bars, the pattern moving down a tone in the second.
+std::vector<uint8_t> SequencePhrase() {
+    Phrase p;
+    const int pattern[] = {48, 60, 55, 63, 48, 67, 55, 60};
+    for (int i = 0; i < 28; ++i)
+        p.track.Note(Beat(0.25 * i), Beat(0.2), 0, pattern[i % 8] - (i >= 16 ? 2 : 0),
+                     i % 4 == 0 ? 112 : 84);
+    return p.Encode();
+}
+
+int WritePhrases(const std::string& folder) {
+    const std::pair<const char*, std::vector<uint8_t>> phrases[] = {
+        {"init", ChordPhrase(false)}, {"basses", BassPhrase()},     {"leads", LeadPhrase()},
+        {"pads", ChordPhrase(false)}, {"keys", ChordPhrase(false)}, {"brass", ChordPhrase(true)},
+        {"plucks", PluckPhrase()},    {"fx", FxPhrase()},           {"sequences", SequencePhrase()},
+    };
+    for (const auto& [name, bytes] : phrases)
+        if (int status = Write(folder + "/phrase-" + name + ".mid", bytes)) return status;
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     const bool clip = argc == 3 && std::strcmp(argv[1], "--clip") == 0;
-    if (!(argc == 2 || clip) || argv[argc - 1][0] == '-') {
-        std::fprintf(stderr, "usage: vantor-mkdemo [--clip] OUT.mid\n");
+    const bool phrases = argc == 3 && std::strcmp(argv[1], "--phrases") == 0;
+    if (!(argc == 2 || clip || phrases) || argv[argc - 1][0] == '-') {
+        std::fprintf(stderr, "usage: vantor-mkdemo [--clip] OUT.mid | --phrases DIR\n");
         return 2;
     }
-    const auto bytes = clip ? Clip() : Demo();
-    FILE* out = std::fopen(argv[argc - 1], "wb");
-    if (!out || std::fwrite(bytes.data(), 1, bytes.size(), out) != bytes.size() ||
-        std::fclose(out) != 0) {
-        std::fprintf(stderr, "vantor-mkdemo: cannot write %s\n", argv[argc - 1]);
-        return 1;
-    }
-    return 0;
+    if (phrases) return WritePhrases(argv[2]);
+    return Write(argv[argc - 1], clip ? Clip() : Demo());
 }

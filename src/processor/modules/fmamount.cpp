@@ -8,16 +8,25 @@
 
 namespace Norvell::Vantor {
 
+namespace {
+
+void Derive(FmAmountState& s) {
+    s.destination = s.params[kFmDestination];
+}
+
+} // namespace
+
 void Init(FmAmountState& state, int32_t voiceIndex) {
+    const auto params = state.params;
+    state = FmAmountState{};
+    state.params = params;
+    state.params.refreshPending = true;
     state.voiceIndex = voiceIndex;
 }
 
 int32_t Process(FmAmountState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
-    if (state.params.Refresh()) {
-        state.amount = state.params[0];
-        state.destination = state.params[1];
-    }
+    if (state.params.Refresh()) Derive(state);
     if (ctx.voiceState == nullptr) return kProcessMissing;
     const int32_t v = state.voiceIndex;
     if (v < 0 || v >= kVoiceCount || !HasVoice(ctx.voiceState->activeVoices, v)) return kProcessOk;
@@ -30,10 +39,11 @@ int32_t Process(FmAmountState& state, Inputs in, uint64_t, Outputs out, uint64_t
 
     const float* x = in[0];
     float* fm = out[0];
+    const float amount = state.params[kFmAmount];
     float lanes[4] = {0.0f, 0.0f, 0.0f, 0.0f};
     for (int n = 0; n < kBlockSize; n += 4) {
         for (int k = 0; k < 4; ++k) {
-            const float s = state.smoothed[n + k] + state.amount;
+            const float s = state.smoothed[n + k] + amount;
             fm[n + k] = x[n + k] * std::min(std::max(s, 0.0f), 1.0f) * kFmScale;
             lanes[k] += s; // the unclamped sum decides the activity flag
         }

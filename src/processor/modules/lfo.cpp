@@ -4,6 +4,7 @@
 #include "dsp/random.h"
 #include "processor/modules/voices.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace Norvell::Vantor {
@@ -13,37 +14,55 @@ namespace {
 // The softened first half of the square falls from 0.5 to 0.
 constexpr dsp::SquareFall kSquareFall{0.5f, -0.5f};
 
-// Rate in Hz of every sample of the block, free or a tempo division.
+// Rate in Hz for a speed modulation sample, free or a tempo division.
+float RateAt(const LfoState& s, float speedMod, float tempo) {
+    if (s.syncOn) {
+        const float x = dsp::Clamp(speedMod + s.params[kLfoSyncedSpeed], 0.0f, 1.0f);
+        const auto index = static_cast<int32_t>(12.0f * x + 0.5f);
+        return kLfoTempoDivisions[index] * tempo;
+    }
+    return dsp::LfoSpeedTable().Lookup(speedMod + s.params[kLfoSpeed]);
+}
+
+// True when every sample of the speed modulation equals the first (or there
+// is none), so one rate serves the whole block.
+bool Uniform(const float* speedMod) {
+    if (speedMod == nullptr) return true;
+    bool same = true;
+    for (int n = 1; n < kBlockSize; ++n) same = same && speedMod[n] == speedMod[0];
+    return same;
+}
+
+// Rate in Hz of every sample of the block.
 void ComputeRates(LfoState& s, const float* speedMod, float tempo) {
-    if (s.syncOn != 0) {
-        for (int n = 0; n < kBlockSize; ++n) {
-            const float x = dsp::Clamp(dsp::InputOr0(speedMod, n) + s.syncedSpeedValue, 0.0f, 1.0f);
-            const auto index = static_cast<int32_t>(12.0f * x + 0.5f);
-            s.rate[n] = kLfoTempoDivisions[index] * tempo;
-        }
+    if (Uniform(speedMod)) {
+        std::fill_n(s.rateHz, kBlockSize, RateAt(s, dsp::InputOr0(speedMod, 0), tempo));
         return;
     }
-    const dsp::BreakpointTable<64>& table = dsp::LfoSpeedTable();
-    for (int n = 0; n < kBlockSize; ++n)
-        s.rate[n] = table.Lookup(dsp::InputOr0(speedMod, n) + s.speedValue);
+    for (int n = 0; n < kBlockSize; ++n) s.rateHz[n] = RateAt(s, speedMod[n], tempo);
 }
 
+// Seconds per step of every sample of the block.
 void ComputePeriods(LfoState& s, const float* speedMod, float tempo) {
-    ComputeRates(s, speedMod, tempo);
-    for (float& r : s.rate) r = 1.0f / r;
+    if (Uniform(speedMod)) {
+        const float rate = RateAt(s, dsp::InputOr0(speedMod, 0), tempo);
+        std::fill_n(s.periodSeconds, kBlockSize, 1.0f / rate);
+        return;
+    }
+    for (int n = 0; n < kBlockSize; ++n) s.periodSeconds[n] = 1.0f / RateAt(s, speedMod[n], tempo);
 }
 
-// Step of the 32-sample ramp that replaces a jump of `jump` in wave 1, 2 or 3;
-// the saws also account for their own slope (inc per sample).
-float SlewStep(uint32_t wave, float jump, float inc) {
+// Step of the 32-sample ramp that replaces a jump of `jump`; the saws also
+// account for their own slope (inc per sample).
+float SlewStep(LfoWave wave, float jump, float inc) {
     switch (wave) {
-    case 1: return jump / 32.0f;
-    case 2: return (jump - 31.0f * inc) / 32.0f;
+    case LfoWave::Square: return jump / 32.0f;
+    case LfoWave::RisingSaw: return (jump - 31.0f * inc) / 32.0f;
     default: return jump / 32.0f + 0.96875f * inc;
     }
 }
 
-float Slewed(LfoSlew& slew, uint32_t wave, float w, float inc) {
+inline float Slewed(LfoSlew& slew, LfoWave wave, float w, float inc) {
     const float jump = w - slew.previous;
     if (std::fabs(jump) > 0.9f) {
         slew.held = slew.previous;
@@ -65,56 +84,87 @@ float Slewed(LfoSlew& slew, uint32_t wave, float w, float inc) {
     return value;
 }
 
-void PeriodicWaves(LfoState& s, const float* speedMod, float tempo, float* out0, float* out1) {
-    ComputeRates(s, speedMod, tempo);
-    const bool soften = s.lagValue == 1.0f;
+// The shape and slew are stepped in locals: the output buffers could alias
+// the state as far as the compiler knows, which would keep every field in
+// memory across the stores.
+void PeriodicWaves(LfoState& s, float* out0, float* out1) {
+    const bool soften = s.softened;
     const double inv = s.invSampleRate;
-    for (int n = 0; n < kBlockSize; ++n) {
-        dsp::StepPeriodic(s.shape, static_cast<double>(s.rate[n]) * inv, soften, s.softening,
-                          kSquareFall);
-        out1[n] = s.shape.phaseOut;
-        if (s.wave == 0) {
-            out0[n] = s.shape.triangleValue * s.amplitude[n];
-            continue;
+    const dsp::Softening softening = s.softening;
+    dsp::PeriodicShape shape = s.shape;
+    if (s.wave == LfoWave::Triangle) {
+        for (int n = 0; n < kBlockSize; ++n) {
+            dsp::StepPeriodic(shape, static_cast<double>(s.rateHz[n]) * inv, soften, softening,
+                              kSquareFall);
+            out1[n] = shape.phaseOut;
+            out0[n] = shape.triangleValue * s.amplitude[n];
         }
-        const float w = s.wave == 1   ? s.shape.squareValue
-                        : s.wave == 2 ? s.shape.phaseOut
-                                      : s.shape.fallingSawValue;
-        const float inc = s.rate[n] * s.invSampleRate;
-        out0[n] = Slewed(s.slew[s.wave - 1], s.wave, w, inc) * s.amplitude[n];
+        s.shape = shape;
+        return;
     }
+    const LfoWave wave = s.wave;
+    const auto slewIndex = static_cast<uint32_t>(wave) - 1;
+    LfoSlew slew = s.slew[slewIndex];
+    for (int n = 0; n < kBlockSize; ++n) {
+        dsp::StepPeriodic(shape, static_cast<double>(s.rateHz[n]) * inv, soften, softening,
+                          kSquareFall);
+        out1[n] = shape.phaseOut;
+        const float w = wave == LfoWave::Square      ? shape.squareValue
+                        : wave == LfoWave::RisingSaw ? shape.phaseOut
+                                                     : shape.fallingSawValue;
+        const float inc = s.rateHz[n] * s.invSampleRate;
+        out0[n] = Slewed(slew, wave, w, inc) * s.amplitude[n];
+    }
+    s.shape = shape;
+    s.slew[slewIndex] = slew;
 }
 
 void RandomWave(LfoState& s, dsp::RandomSteps& steps, const float* period, float* out0,
                 float* out1) {
-    const bool soften = s.lagValue == 1.0f;
     const double timeStep = s.invSampleRate;
     for (int n = 0; n < kBlockSize; ++n) {
         out1[n] = dsp::StepRandom(steps, s.random, period[n], timeStep) ? 1.0f : -1.0f;
-        out0[n] = dsp::GlideRandom(s.random, steps.value, soften, s.softening) * s.amplitude[n];
+        out0[n] = dsp::GlideRandom(s.random, steps.value, s.softened, s.softening) * s.amplitude[n];
     }
 }
 
 void SampleAndHold(LfoState& s, const float* source, float* out0, float* out1) {
     const double timeStep = s.invSampleRate;
+    LfoHold& hold = s.hold;
     for (int n = 0; n < kBlockSize; ++n) {
-        if (s.wave6Timer >= static_cast<double>(s.rate[n])) {
+        if (hold.timer >= static_cast<double>(s.periodSeconds[n])) {
             // No connected source holds 0.
-            s.wave6Held = source != nullptr ? source[n] : 0.0f;
+            hold.value = source != nullptr ? source[n] : 0.0f;
             out1[n] = 1.0f;
-            s.wave6Timer = 0.0;
+            hold.timer = 0.0;
         } else {
-            s.wave6Timer += timeStep;
+            hold.timer += timeStep;
             out1[n] = -1.0f;
         }
-        out0[n] = (s.wave6PrevHeld + s.wave6Held) * 0.5f * s.amplitude[n];
-        s.wave6PrevHeld = s.wave6Held;
+        out0[n] = (hold.previous + hold.value) * 0.5f * s.amplitude[n];
+        hold.previous = hold.value;
     }
+}
+
+void Derive(LfoState& s) {
+    const ParamRecord<kLfoParamCount>& p = s.params;
+    s.syncOn = p[kLfoSync] > 0.0f;
+    s.wave = static_cast<LfoWave>(StepIndex(p[kLfoWave], 6.0f, 6));
+    s.softened = p[kLfoLag] == 1.0f;
+    s.retrigMode = 2.0f * p[kLfoRetrigMode];
+    s.inputIndex = s.selectableInputs > 0
+                       ? StepIndex(p[kLfoInputSelector], static_cast<float>(s.selectableInputs),
+                                   s.selectableInputs - 1)
+                       : 0;
 }
 
 } // namespace
 
 void Init(LfoState& state, int32_t voiceIndex) {
+    const ParamRecord<kLfoParamCount> params = state.params;
+    state = LfoState{};
+    state.params = params;
+    state.params.refreshPending = true;
     state.voiceIndex = voiceIndex;
     state.softening.form = dsp::Softening::Form::Scaled;
     dsp::LfoSpeedTable(); // built here, not on the audio thread
@@ -122,20 +172,7 @@ void Init(LfoState& state, int32_t voiceIndex) {
 }
 
 void RefreshParams(LfoState& s) {
-    if (!s.params.Refresh()) return;
-    const ParamRecord<kLfoParamCount>& p = s.params;
-    s.speedValue = p[kLfoSpeed];
-    s.syncOn = p[kLfoSync] > 0.0f ? 1 : 0;
-    s.syncedSpeedValue = p[kLfoSyncedSpeed];
-    s.wave = static_cast<uint32_t>(StepIndex(p[kLfoWave], 6.0f, 6));
-    s.retrigPoint = p[kLfoRetrigPoint];
-    s.ampValue = p[kLfoAmp];
-    s.lagValue = p[kLfoLag];
-    s.retrigModeValue = 2.0f * p[kLfoRetrigMode];
-    s.inputIndex = s.selectableInputs > 0
-                       ? StepIndex(p[kLfoInputSelector], static_cast<float>(s.selectableInputs),
-                                   s.selectableInputs - 1)
-                       : 0;
+    if (s.params.Refresh()) Derive(s);
 }
 
 int32_t Process(LfoState& s, Inputs in, uint64_t, Outputs out, uint64_t,
@@ -155,38 +192,43 @@ int32_t Process(LfoState& s, Inputs in, uint64_t, Outputs out, uint64_t,
     }
 
     // Retrigger: mode 1 only when no key was held before this note.
-    if (s.retrigModeValue != 0.0f && trigger && (s.retrigModeValue != 1.0f || s.prevGate == 0)) {
-        float r = s.retrigPoint + 0.5f;
+    if (s.retrigMode != 0.0f && trigger && (s.retrigMode != 1.0f || s.prevGate == 0)) {
+        float r = s.params[kLfoRetrigPoint] + 0.5f;
         if (r > 1.0f) r -= 1.0f;
         s.shape.phase = static_cast<double>(r - 0.5f);
-        s.wave6Timer = 0.0;
-        s.wave4.timer = 0.0;
+        s.hold.timer = 0.0;
+        s.randomSteps.timer = 0.0;
     }
     s.prevGate = gate ? 1 : 0;
 
     const float* speedMod = in != nullptr ? in[0] : nullptr;
     const float* ampMod = in != nullptr ? in[1] : nullptr;
     const float* source = in != nullptr ? in[2] : nullptr;
-    if (ampMod != nullptr)
+    if (ampMod != nullptr) {
+        const float amp = s.params[kLfoAmp];
         for (int n = 0; n < kBlockSize; ++n)
-            s.amplitude[n] = dsp::Clamp(s.ampValue + ampMod[n], 0.0f, 1.0f);
+            s.amplitude[n] = dsp::Clamp(amp + ampMod[n], 0.0f, 1.0f);
+    }
 
     switch (s.wave) {
-    case 4:
+    case LfoWave::RandomSteps:
         ComputePeriods(s, speedMod, ctx.tempo);
-        RandomWave(s, s.wave4, s.rate, out0, out1);
+        RandomWave(s, s.randomSteps, s.periodSeconds, out0, out1);
         break;
-    case 5: {
+    case LfoWave::FastRandomSteps: {
         float period[kBlockSize];
-        for (float& p : period) p = kLfoFastRandomPeriod;
-        RandomWave(s, s.wave5, period, out0, out1);
+        std::fill_n(period, kBlockSize, kLfoFastRandomPeriod);
+        RandomWave(s, s.fastRandomSteps, period, out0, out1);
         break;
     }
-    case 6:
+    case LfoWave::SampleAndHold:
         ComputePeriods(s, speedMod, ctx.tempo);
         SampleAndHold(s, source, out0, out1);
         break;
-    default: PeriodicWaves(s, speedMod, ctx.tempo, out0, out1); break;
+    default:
+        ComputeRates(s, speedMod, ctx.tempo);
+        PeriodicWaves(s, out0, out1);
+        break;
     }
     return kProcessOk;
 }

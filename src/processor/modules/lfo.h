@@ -25,6 +25,17 @@ enum LfoParam : uint32_t {
     kLfoParamCount
 };
 
+// The `wave` parameter times 6, truncated.
+enum class LfoWave : uint32_t {
+    Triangle,
+    Square,
+    RisingSaw,
+    FallingSaw,
+    RandomSteps,     // a new random value at the LFO rate
+    FastRandomSteps, // a new random value every kLfoFastRandomPeriod
+    SampleAndHold,   // the selected source, sampled at the LFO rate
+};
+
 // Period of the fast random steps (about 141.84 steps per second).
 inline constexpr float kLfoFastRandomPeriod = 0.0070501976f;
 
@@ -43,40 +54,48 @@ struct LfoSlew {
     uint8_t active = 0;
 };
 
+// Sample and hold of the selected source.
+struct LfoHold {
+    double timer = 0.0;
+    float value = 0.0f;
+    float previous = 0.0f; // the output averages the last two held values
+};
+
 struct LfoState {
     ParamRecord<kLfoParamCount> params;
-    float rate[kBlockSize] = {};      // Hz for waves 0 to 3, period in s for 4 and 6
+    // Derived from the parameters.
+    LfoWave wave = LfoWave::Triangle;
+    bool syncOn = false;     // rate from the tempo divisions
+    bool softened = false;   // lag exactly 1.0: edges and random steps softened
+    float retrigMode = 0.0f; // 2 * retrig_mode: 0 free, 1 only after a gap, else always
+    int32_t inputIndex = -1; // source sampled and held, -1 none
+    int32_t selectableInputs = 28;
+
+    // Per-sample rate of the current block: Hz for the periodic waves,
+    // seconds per step for the random steps and the sample and hold.
+    float rateHz[kBlockSize] = {};
+    float periodSeconds[kBlockSize] = {};
     float amplitude[kBlockSize] = {}; // kept while no amplitude input is connected
     float lastSampleRate = 0.0f;
     float invSampleRate = 0.0f;
-    float speedValue = 0.0f;
-    float retrigPoint = 0.0f;
-    float ampValue = 0.0f;
-    float lagValue = 0.0f;
-    float retrigModeValue = 0.0f; // 2 * retrig_mode
-    float syncedSpeedValue = 0.0f;
     dsp::PeriodicShape shape;
     dsp::Softening softening;
-    double wave6Timer = 0.0;
-    float wave6Held = 0.0f;
-    float wave6PrevHeld = 0.0f;
-    dsp::RandomSteps wave4;
-    dsp::RandomSteps wave5;
+    LfoHold hold;
+    dsp::RandomSteps randomSteps;
+    dsp::RandomSteps fastRandomSteps;
     dsp::RandomGlide random;
-    LfoSlew slew[3]; // waves 1, 2, 3
-    uint32_t wave = 0;
+    LfoSlew slew[3]; // square, rising saw, falling saw
     int32_t voiceIndex = -1;
-    int32_t inputIndex = -1; // source sampled by wave 6, -1 none
-    int32_t selectableInputs = 28;
-    uint8_t syncOn = 0;
     uint8_t prevGate = 0;
 };
 
+// Resets the state (keeping the parameter bindings) for voice voiceIndex.
 void Init(LfoState& state, int32_t voiceIndex);
-// Copies changed parameter values and recomputes the derived ones.
+// Takes changed parameter values; the block render calls it before reading
+// inputIndex.
 void RefreshParams(LfoState& state);
-// Inputs: speed modulation, amplitude modulation, the source sampled by
-// wave 6. Outputs: LFO signal, trigger signal. Always 32 samples.
+// Inputs: speed modulation, amplitude modulation, the source sampled by the
+// sample and hold. Outputs: LFO signal, trigger signal. Always 32 samples.
 int32_t Process(LfoState& state, Inputs in, uint64_t count, Outputs out, uint64_t outCount,
                 const ProcessContext& ctx);
 

@@ -48,7 +48,8 @@ void Rebuild(ModMatrixState& s) {
         // A seventh or later slot on one destination is dropped but still
         // counts as a use of its source.
         if (s.routeCount[dst] < kRoutesPerDestination)
-            s.routes[dst][s.routeCount[dst]++] = {static_cast<uint32_t>(src), v[2], v[3]};
+            s.routes[dst][s.routeCount[dst]++] = {static_cast<uint32_t>(src), v[2], v[3],
+                                                  MatrixGain(v[2])};
         ++s.sourceUseCount[src];
     }
 }
@@ -73,7 +74,11 @@ int32_t Process(ModMatrixState& state, Inputs in, uint64_t, Outputs out, uint64_
     for (int d = 0; d < state.destinationCount; ++d) {
         float* dst = out[d];
         if (dst == nullptr) continue;
-        std::fill(dst, dst + frames, 0.0f);
+        if (state.zeroBuffer[d] != dst || state.zeroFrames[d] < frames) {
+            std::fill(dst, dst + frames, 0.0f);
+            state.zeroBuffer[d] = dst;
+            state.zeroFrames[d] = frames;
+        }
         for (uint32_t r = 0; r < state.routeCount[d]; ++r) {
             const MatrixRoute& route = state.routes[d][r];
             // The index test also rejects the empty-entry marker.
@@ -81,7 +86,9 @@ int32_t Process(ModMatrixState& state, Inputs in, uint64_t, Outputs out, uint64_
                 continue;
             const float* x = in[route.source];
             if (x == nullptr) continue;
-            const float g = MatrixGain(route.amount);
+            state.zeroBuffer[d] = nullptr;
+            state.zeroFrames[d] = 0;
+            const float g = route.gain;
             if (route.quantize > 0.0f) {
                 for (int n = 0; n < kBlockSize; ++n)
                     dst[n] += std::floor(steps * x[n] + 0.5f) / steps * g;

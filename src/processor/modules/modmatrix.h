@@ -17,6 +17,7 @@ struct MatrixRoute {
     uint32_t source = kNoSource;
     float amount = 0.0f;
     float quantize = 0.0f;
+    float gain = 0.0f; // the amount through the curve
 };
 
 struct ModMatrixState {
@@ -30,6 +31,10 @@ struct ModMatrixState {
     // the block render's in-use test.
     uint32_t sourceUseCount[kSourceCount] = {};
     float quantizeSteps = 12.0f;
+    // Destination buffers the matrix left holding zeros, and over how many
+    // samples, so that an unrouted destination is not cleared again.
+    const float* zeroBuffer[kDestinationCount] = {};
+    int32_t zeroFrames[kDestinationCount] = {};
 };
 
 // Sizes the matrix (28 sources, 48 destinations).

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace Norvell::Vantor {
 namespace {
@@ -48,6 +49,40 @@ constexpr float kLinearFmHz = 5000.0f;     // linear FM input scale
 constexpr float kMinFreq = 20.0f;
 constexpr float kMaxFreq = 16000.0f;
 constexpr float kHpDamping = 1.4144272f; // triangle high-pass damping
+constexpr float kFreeBaseHz = 16.0f;     // base frequency without keyboard follow
+constexpr float kA4Hz = 440.0f;
+constexpr float kA4Key = 69.0f;
+constexpr float kExactSemitone = 0.083333336f; // 1/12, for the glide key without keyboard follow
+// Pitch jitter from the ambient noise: 0.006 * 0.5 * 63.
+constexpr float kJitterScale = 0.006f * 0.5f * 63.0f;
+
+// Levels of the waves in the mix.
+constexpr float kSawLevel = 0.317f;
+constexpr float kPulseLevel = 0.162f;
+constexpr float kNoiseLevel = 0.108f;
+constexpr float kTriangleLevelPerHz = 0.00005f; // the integrated square grows as 1/f
+constexpr float kMasterFmTriangleLevel = 0.525f;
+constexpr float kSyncedTriangleLevel = 0.56f;
+constexpr float kAuxFmScale = 0.001f; // FM triangle on the auxiliary output, per Hz
+
+// Corners: the pulse and noise smoothing at 10 kHz (2 pi 10000), the
+// triangle high-pass at 10 Hz (pi 10, prewarped), the noise peak at 72 Hz
+// (2 pi 72), 3 dB high (A = 10^(3/20)) with a bandwidth term of ln 2 / 2.
+constexpr float kSmoothingRadians = 62831.855f;
+constexpr float kTriangleCornerRadians = 31.415928f;
+constexpr float kNoisePeakRadians = 452.38934f;
+constexpr float kNoisePeakBandwidth = 0.3465736f;
+constexpr float kNoisePeakGain = 1.4125376f;
+
+// Mains hum at 112 Hz (2 pi 112) through a soft clipper, far below the pulse.
+constexpr float kHumRadians = 703.7168f;
+constexpr float kHumDrive = 72.2f;
+constexpr float kHumOffset = 35.8f;
+constexpr float kHumLevel = 0.009135802f * 0.01f;
+
+// Noise: 0..32767 to -1..1.
+constexpr float kNoiseStep = 0.000061038882f;
+constexpr float kNoiseOffset = 0.99996948f;
 
 using dsp::Clamp;
 using dsp::kSemitone;
@@ -88,15 +123,15 @@ namespace {
 // separately because it advances its own phase).
 void SetRateCoefficients(OscillatorState& s, float rate) {
     s.invRate = 1.0f / rate;
-    s.smooth10k = 1.0f - std::exp(-62831.855f / rate);
-    s.triG = std::tan(31.415928f / rate);
+    s.smooth10k = 1.0f - std::exp(-kSmoothingRadians / rate);
+    s.triG = std::tan(kTriangleCornerRadians / rate);
 
     // Peaking filter at 72 Hz for the noise.
-    const float w = s.invRate * 452.38934f;
+    const float w = s.invRate * kNoisePeakRadians;
     const float sw = std::sin(w);
     const float cw = std::cos(w);
-    const float alpha = sw * std::sinh(0.3465736f * w / sw);
-    const float A = 1.4125376f;
+    const float alpha = sw * std::sinh(kNoisePeakBandwidth * w / sw);
+    const float A = kNoisePeakGain;
     const float d = 1.0f / (1.0f + alpha / A);
     s.b0 = (1.0f + alpha * A) * d;
     s.b1 = -2.0f * cw * d;
@@ -109,31 +144,43 @@ void SetRateCoefficients(OscillatorState& s, float rate) {
 // serve every block until the next rate change.
 void FillHumTable(OscillatorState& s) {
     for (float& hum : s.humTable) {
-        const float x = std::sin(s.humPhase) * 72.2f + 35.8f;
-        hum = Clamp(dsp::SoftSaturate(x), -1.0f, 1.0f) * 0.009135802f * 0.01f;
-        s.humPhase += s.invRate * 703.7168f;
+        const float x = std::sin(s.humPhase) * kHumDrive + kHumOffset;
+        hum = Clamp(dsp::SoftSaturate(x), -1.0f, 1.0f) * kHumLevel;
+        s.humPhase += s.invRate * kHumRadians;
         if (s.humPhase > kTwoPi) s.humPhase -= kTwoPi; // one turn at most per sample
     }
 }
 
-void RefreshParameters(OscillatorState& s) {
-    if (!s.params.Refresh()) return;
+void Derive(OscillatorState& s) {
     const auto& p = s.params;
-    s.level = p[kOscVolume];
-    s.masterFlag = p[kOscMaster];
-    s.syncValue = p[kOscSync];
-    s.pulseOn = p[kOscPulseOn];
-    s.sawOn = p[kOscSawOn];
-    s.triangleOn = p[kOscTriangleOn];
-    s.noiseOn = p[kOscNoiseOn];
+    s.sawOn = p[kOscSawOn] == 1.0f;
+    s.pulseOn = p[kOscPulseOn] == 1.0f;
+    s.triangleOn = p[kOscTriangleOn] > 0.0f;
+    s.fmTriangleOn = p[kOscTriangleOn] != 0.0f;
+    s.noiseOn = p[kOscNoiseOn] == 1.0f;
+    s.master = p[kOscMaster] == 1.0f;
+    s.hardSync = p[kOscMaster] != 1.0f && p[kOscSync] == 1.0f;
+    s.syncedTriangle = p[kOscSync] > 0.0f;
     s.mappedDetune = DetuneLaw(p[kOscDetune]);
     s.pulseBase = PulseWidthLaw(p[kOscPulseWidth]);
     s.keyFollow = p[kOscKeyboardFollow] != 0.0f;
     s.glideOn = p[kOscLagOn] != 0.0f;
     s.bendOn = p[kOscPitchbend] > 0.0f;
     s.vibratoOn = p[kOscVibrato] > 0.0f;
-    s.noiseJitter = 0.006f;
 }
+
+// FastPow2 of the last argument seen; equal arguments give equal results.
+struct CachedPow2 {
+    float argument = std::numeric_limits<float>::quiet_NaN();
+    float value = 0.0f;
+    float operator()(float x) {
+        if (!(x == argument)) {
+            argument = x;
+            value = dsp::FastPow2(x);
+        }
+        return value;
+    }
+};
 
 // Note table entry of a glide key: nearest index modulo 256; 128 and above
 // (and anything not a number) give 0 Hz.
@@ -160,8 +207,12 @@ void ComputeFrequencies(OscillatorState& s, Inputs in) {
     const float* glide = s.glideOn ? in[kOscInGlide] : nullptr;
     const float bendScale = s.bendOn ? kPitchScale : 0.0f;
     const float vibScale = s.vibratoOn ? kPitchScale : 0.0f;
-    const float jitterScale = s.noiseJitter * 0.5f * 63.0f;
+    const float jitterScale = kJitterScale;
 
+    // The exponentials are taken once per distinct pitch: a block-constant
+    // pitch costs one.
+    CachedPow2 pitchFactor;
+    CachedPow2 glideFactor;
     float base = s.baseFreq;
     for (int i = 0; i < kBlockSize; ++i) {
         const float mod = bend[i] * bendScale + pitchIn[i] + vibrato[i] * vibScale;
@@ -169,9 +220,9 @@ void ComputeFrequencies(OscillatorState& s, Inputs in) {
         if (glide != nullptr) {
             const float key = glide[i] * 127.0f - 12.0f;
             base = s.keyFollow ? GlideNoteFrequency(key)
-                               : 440.0f * dsp::FastPow2((key - 69.0f) * 0.083333336f);
+                               : kA4Hz * glideFactor((key - kA4Key) * kExactSemitone);
         }
-        float f = (jitter[i] * jitterScale + dsp::FastPow2(kSemitone * m)) * base;
+        float f = (jitter[i] * jitterScale + pitchFactor(kSemitone * m)) * base;
         if (linearFm != nullptr) f += linearFm[i] * kLinearFmHz;
         s.freqBuffer[i] = Clamp(f, kMinFreq, kMaxFreq);
     }
@@ -309,35 +360,36 @@ void HardSyncCore(OscillatorState& s, Inputs in) {
         s.sawRing[r] += s.phase - 0.5f;
         s.pulseRing[r] += s.pulseLevel;
         s.pulseRing[r] = -s.pulseRing[r];
-        s.squareRing[r] *= 0.56f;
+        s.squareRing[r] *= kSyncedTriangleLevel;
         s.writeIndex = Slot(w + 1);
     }
 }
 
+// Only the waves that are on are written; the mix reads the others as +0.
 struct Waveforms {
-    float saw[kBlockSize] = {};
-    float pulse[kBlockSize] = {};
-    float triangle[kBlockSize] = {};
-    float noise[kBlockSize] = {};
+    float saw[kBlockSize];
+    float pulse[kBlockSize];
+    float triangle[kBlockSize];
+    float noise[kBlockSize];
 };
 
 // Reads the ring half just written (from the block's first write slot) into
 // the four waveforms.
 void OutputStage(OscillatorState& s, int32_t start, Waveforms& wave) {
-    if (s.sawOn == 1.0f) {
-        for (int k = 0; k < kBlockSize; ++k) wave.saw[k] = s.sawRing[Slot(start + k)] * 0.317f;
+    if (s.sawOn) {
+        for (int k = 0; k < kBlockSize; ++k) wave.saw[k] = s.sawRing[Slot(start + k)] * kSawLevel;
     }
-    if (s.pulseOn == 1.0f) {
+    if (s.pulseOn) {
         float y = s.pulseSmooth;
         for (int k = 0; k < kBlockSize; ++k) {
             const float x = s.pulseRing[Slot(start + k)] + s.humTable[k];
             y += (x - y) * s.smooth10k;
-            wave.pulse[k] = y * 0.162f;
+            wave.pulse[k] = y * kPulseLevel;
         }
         s.pulseSmooth = y;
     }
-    if (s.triangleOn > 0.0f) {
-        if (s.syncValue <= 0.0f) {
+    if (s.triangleOn) {
+        if (!s.syncedTriangle) {
             // Integrated square, high-passed at 10 Hz and scaled by the
             // frequency (ramped over the block) for a constant level.
             const float g = s.triG;
@@ -356,16 +408,16 @@ void OutputStage(OscillatorState& s, int32_t start, Waveforms& wave) {
                 s.triBp = bp;
                 s.triLp = lp;
                 ramp += rampStep;
-                wave.triangle[k] = ramp * 0.00005f * hp;
+                wave.triangle[k] = ramp * kTriangleLevelPerHz * hp;
             }
         } else {
             for (int k = 0; k < kBlockSize; ++k) wave.triangle[k] = s.squareRing[Slot(start + k)];
         }
     }
-    if (s.noiseOn == 1.0f) {
+    if (s.noiseOn) {
         for (int k = 0; k < kBlockSize; ++k) {
             const float r = static_cast<float>(dsp::NextRandom());
-            const float x = 0.000061038882f * r - 0.99996948f;
+            const float x = kNoiseStep * r - kNoiseOffset;
             s.noiseSmooth += (x - s.noiseSmooth) * s.smooth10k;
             const float y = s.b0 * s.noiseSmooth + s.b1 * s.noiseX1 + s.b2 * s.noiseX2 -
                             s.a1 * s.noiseY1 - s.a2 * s.noiseY2;
@@ -373,7 +425,7 @@ void OutputStage(OscillatorState& s, int32_t start, Waveforms& wave) {
             s.noiseX1 = s.noiseSmooth;
             s.noiseY2 = s.noiseY1;
             s.noiseY1 = y;
-            wave.noise[k] = y * 0.108f;
+            wave.noise[k] = y * kNoiseLevel;
         }
     }
     s.previousStaticFreq = s.staticFreq;
@@ -408,7 +460,7 @@ void Init(OscillatorState& state, int32_t voiceIndex) {
 int32_t Process(OscillatorState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx, bool runAnyway) {
     OscillatorState& s = state;
-    RefreshParameters(s);
+    if (s.params.Refresh()) Derive(s);
     if (ctx.voiceState == nullptr) return kProcessOk;
     if (s.voiceIndex < 0 || s.voiceIndex >= kVoiceCount) return kProcessMissing;
     if (out == nullptr || out[1] == nullptr) return kProcessMissing;
@@ -433,7 +485,7 @@ int32_t Process(OscillatorState& state, Inputs in, uint64_t, Outputs out, uint64
         const uint32_t key = MessageKey(ctx.voiceState->voiceMessage[s.voiceIndex]);
         s.baseFreq = key >= 12 && key < 140 ? dsp::NoteFrequencies()[key - 12] : 0.0f;
     } else {
-        s.baseFreq = 16.0f;
+        s.baseFreq = kFreeBaseHz;
     }
 
     if (ctx.sampleRate != s.sampleRate && ctx.sampleRate > 0.0f) {
@@ -445,37 +497,44 @@ int32_t Process(OscillatorState& state, Inputs in, uint64_t, Outputs out, uint64
     const float* fmActiveIn = in[kOscInFmActive];
     const bool fmActive = fmActiveIn != nullptr && fmActiveIn[0] > 0.0f;
 
+    // Both cores write every sync pulse; the FM triangle only the hard-sync
+    // core or an active FM input writes.
     Waveforms wave;
-    for (int i = 0; i < kBlockSize; ++i) {
-        s.syncPulse[i] = 0.0f;
-        s.fmTriangle[i] = 0.0f;
-    }
+    if (!s.hardSync && !fmActive) std::fill_n(s.fmTriangle, kBlockSize, 0.0f);
 
     float gain[kBlockSize];
     const float* volumeIn = in[kOscInVolume];
     for (int i = 0; i < kBlockSize; ++i)
-        gain[i] = Clamp(volumeIn[i] + s.level, 0.0f, 1.0f) * kGainScale;
+        gain[i] = Clamp(volumeIn[i] + s.params[kOscVolume], 0.0f, 1.0f) * kGainScale;
 
     const int32_t start = s.writeIndex;
-    if (s.masterFlag != 1.0f && s.syncValue == 1.0f)
+    if (s.hardSync)
         HardSyncCore(s, in);
     else
         FreeRunningCore(s, in, fmActive);
     OutputStage(s, start, wave);
 
-    const bool master = s.masterFlag == 1.0f;
-    if (master && s.triangleOn != 0.0f && fmActive) {
-        for (int i = 0; i < kBlockSize; ++i) wave.triangle[i] = s.fmTriangle[i] * 0.525f;
+    const bool fmTriangle = s.master && s.fmTriangleOn && fmActive;
+    if (fmTriangle) {
+        for (int i = 0; i < kBlockSize; ++i)
+            wave.triangle[i] = s.fmTriangle[i] * kMasterFmTriangleLevel;
     }
-    for (int i = 0; i < kBlockSize; ++i)
-        audio[i] = (wave.triangle[i] + wave.pulse[i] + wave.noise[i] + wave.saw[i]) * gain[i];
+    // The waves that are off add +0, as a zero buffer would.
+    const bool triangle = s.triangleOn || fmTriangle;
+    for (int i = 0; i < kBlockSize; ++i) {
+        float sum = triangle ? wave.triangle[i] : 0.0f;
+        sum += s.pulseOn ? wave.pulse[i] : 0.0f;
+        sum += s.noiseOn ? wave.noise[i] : 0.0f;
+        sum += s.sawOn ? wave.saw[i] : 0.0f;
+        audio[i] = sum * gain[i];
+    }
 
     float* aux = out[0];
-    if (master) {
+    if (s.master) {
         for (int i = 0; i < kBlockSize; ++i) aux[i] = s.syncPulse[i];
     } else {
         const float scale = s.staticFreq * (1.0f + kOscFmOutScale);
-        for (int i = 0; i < kBlockSize; ++i) aux[i] = s.fmTriangle[i] * scale * 0.001f;
+        for (int i = 0; i < kBlockSize; ++i) aux[i] = s.fmTriangle[i] * scale * kAuxFmScale;
     }
     return kProcessOk;
 }

@@ -76,21 +76,21 @@ struct OscillatorState {
     int32_t voiceIndex = -1;
     VoiceTuning tuning; // injected by the block render before every call
 
-    // Derived from the parameters at refresh.
-    float level = 0.0f;
-    float masterFlag = 0.0f;
-    float syncValue = 0.0f;
-    float pulseOn = 0.0f;
-    float sawOn = 0.0f;
-    float triangleOn = 0.0f;
-    float noiseOn = 0.0f;
+    // Derived from the parameters.
+    bool sawOn = false;          // saw-on exactly 1.0
+    bool pulseOn = false;        // pulse-on exactly 1.0
+    bool triangleOn = false;     // triangle-on above 0.0
+    bool fmTriangleOn = false;   // triangle-on not 0.0: a master's FM triangle replaces it
+    bool noiseOn = false;        // noise-on exactly 1.0
+    bool master = false;         // master exactly 1.0
+    bool hardSync = false;       // sync exactly 1.0 on a non-master
+    bool syncedTriangle = false; // sync above 0.0: the triangle is read from the ring as is
     float mappedDetune = 0.0f;
     float pulseBase = 0.5f;
     bool keyFollow = false;
     bool glideOn = false;
     bool bendOn = false;
     bool vibratoOn = false;
-    float noiseJitter = 0.006f;
 
     // Derived from the sample rate (0 = not seen yet; the coefficients start
     // at 44.1 kHz so an inactive first call advances the phase finitely).

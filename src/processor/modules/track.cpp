@@ -37,15 +37,27 @@ bool TrackUnipolar(const float* p, float x, float& y) {
 } // namespace
 
 void Init(TrackState& state, int32_t voiceIndex) {
+    const auto params = state.params;
+    state = TrackState{};
+    state.params = params;
+    state.params.refreshPending = true;
     state.voiceIndex = voiceIndex;
 }
 
-void RefreshParams(TrackState& s) {
-    if (!s.params.Refresh()) return;
+namespace {
+
+void Derive(TrackState& s) {
     s.inputIndex = s.selectableInputs > 0
                        ? StepIndex(s.params[kTrackInputSelector],
                                    static_cast<float>(s.selectableInputs), s.selectableInputs - 1)
                        : 0;
+    s.inputScale = s.inputIndex == kTrackModWheelSource ? 2.0f : 1.0f;
+}
+
+} // namespace
+
+void RefreshParams(TrackState& s) {
+    if (s.params.Refresh()) Derive(s);
 }
 
 int32_t Process(TrackState& s, Inputs in, uint64_t, Outputs out, uint64_t,
@@ -63,7 +75,6 @@ int32_t Process(TrackState& s, Inputs in, uint64_t, Outputs out, uint64_t,
             if (!TrackBipolar(points, input[n], output[n])) return kProcessUnusable;
         return kProcessOk;
     }
-    s.inputScale = s.inputIndex == kTrackModWheelSource ? 2.0f : 1.0f;
     for (int32_t n = 0; n < ctx.frameCount; ++n)
         if (!TrackUnipolar(points, input[n] * s.inputScale, output[n])) return kProcessUnusable;
     return kProcessOk;

@@ -31,6 +31,7 @@ struct TrackState {
     float inputScale = 1.0f;
 };
 
+// Resets the state (keeping the parameter bindings) for voice voiceIndex.
 void Init(TrackState& state, int32_t voiceIndex);
 void RefreshParams(TrackState& state);
 // Inputs: the voice's 28 modulation sources in source order. Output: the

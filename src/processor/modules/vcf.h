@@ -1,7 +1,7 @@
 #pragma once
-// Voice filter with fifteen modes. Thirteen modes mix the four taps of a
-// driven one-pole cascade with saturating resonance feedback, run twice per
-// sample; modes 9 and 10 run two state-variable sections with gain shaping.
+// Voice filter with fifteen modes. Thirteen modes mix the four pole outputs of
+// a driven one-pole cascade with saturating resonance feedback, run twice per
+// sample; two modes run a pair of state-variable sections with gain shaping.
 #include "dsp/breakpointtable.h"
 #include "processor/paramrecord.h"
 #include "processor/processcontext.h"
@@ -23,7 +23,24 @@ enum VcfParam : size_t {
     kVcfParamCount = 7
 };
 
+// Input positions of the process call.
+enum VcfInput : size_t {
+    kVcfInAudio = 0,
+    kVcfInCutoffMod = 1,
+    kVcfInResMod = 2,
+    kVcfInVibrato = 3,
+    kVcfInPitchbend = 4,
+    kVcfInLag = 5,
+    kVcfInFm = 6,
+    kVcfInputCount = 7
+};
+
 inline constexpr int32_t kVcfModeCount = 15;
+// The two modes built from state-variable sections instead of the cascade.
+inline constexpr int32_t kVcfModeTwinSvfTracked = 9;
+inline constexpr int32_t kVcfModeTwinSvfSpread = 10;
+// The mode that adds a leak of the unfiltered input.
+inline constexpr int32_t kVcfModeLowpass18Leak = 2;
 
 // Compensation and output tables are read on a real index 0..23.
 using VcfTable = dsp::BreakpointTable<24>;
@@ -46,14 +63,7 @@ struct VcfState {
     int32_t voiceIndex = -1;
     VoiceTuning tuning; // injected by the block render before every call
 
-    // Derived from the parameters.
-    float cutoffTarget = 1000.0f;
-    float resTarget = 0.0f;
-    int32_t mode = 0;
-    bool keyFollow = false;
-    bool lagOn = false;
-    bool vibratoOn = false;
-    bool bendOn = false;
+    int32_t mode = 0; // selected by `type`; loaded at the end of the block it changes in
 
     float keyFreq = 0.0f;
     // sampleRate 0 means not seen yet; invRate and resSmooth hold 44.1 kHz
@@ -68,7 +78,6 @@ struct VcfState {
 
     // Per-sample preparation of the current block (cutoffHz and cutoffNorm
     // are read by the next block's resonance step).
-    float cutoffControl[kBlockSize] = {};
     float cutoffHz[kBlockSize] = {};
     float cutoffNorm[kBlockSize] = {};
     float resValue[kBlockSize] = {};
@@ -76,31 +85,23 @@ struct VcfState {
 
     // The loaded mode.
     int32_t loadedMode = 0;
-    int32_t inputTap = 0;
-    float c1 = 0.0f;
-    float c2 = 0.0f;
-    float c3 = 0.0f;
-    float c4 = 0.0f;
-    float outputGain = 0.0f;      // G
-    float resCompensation = 0.0f; // R
-    const VcfTable* t1 = nullptr;
-    const VcfTable* t2 = nullptr;
-    const VcfTable* t3 = nullptr; // null when the mode has none
-    float invT1First = 1.0f;
+    bool firstPoleIsInput = false; // the first tap carries the driven input itself
+    float tapMix[4] = {};          // weights of the four pole outputs
+    float outputGain = 0.0f;
+    float resCompensation = 0.0f; // output loss per unit of resonance
+    const VcfTable* feedbackScale = nullptr;
+    float invFeedbackScaleFirst = 1.0f;
+    const VcfTable* outputShape = nullptr; // null when the mode has none
 
     // Cascade.
-    float s1 = 0.0f;
-    float s2 = 0.0f;
-    float s3 = 0.0f;
-    float s4 = 0.0f;
-    float prevS4 = 0.0f;
-    float fbAvg = 0.0f;
+    float pole[4] = {};
+    float prevPole4 = 0.0f;
+    float feedbackAvg = 0.0f;
 
-    VcfSection leak;     // mode 2
-    VcfSection section1; // modes 9 and 10
-    VcfSection section2;
+    VcfSection leak;     // leak mode
+    VcfSection svfFirst; // state-variable modes
+    VcfSection svfSecond;
 
-    float fmScale = 7.0f;
     bool modePending = true;
     float resGate = 1.0f;
 
@@ -113,10 +114,21 @@ struct VcfState {
     const float* fmIn = nullptr;
 };
 
+// Resets the filter and keeps its parameter bindings.
 void Init(VcfState& state, int32_t voiceIndex);
-// Inputs: 0 audio (required), 1 cutoff modulation, 2 resonance modulation,
-// 3 vibrato, 4 pitch bend, 5 lag, 6 FM. Output 0: 32 filtered samples.
+// Inputs as VcfInput; output 0: 32 filtered samples.
 int32_t Process(VcfState& state, Inputs in, uint64_t count, Outputs out, uint64_t outCount,
                 const ProcessContext& ctx, bool runAnyway);
+
+// One voice's filter call, for running the filters of several voices at once.
+struct VcfCall {
+    VcfState* state;
+    Inputs in;
+    Outputs out;
+    bool runAnyway;
+};
+// Same states and outputs as Process on each call in turn: the cascades of
+// the voices run side by side, four to an SSE2 register, lane by lane.
+void ProcessVoices(const VcfCall* calls, int count, const ProcessContext& ctx);
 
 } // namespace Norvell::Vantor

@@ -47,3 +47,45 @@ TEST(ModMatrixTest, DefaultsClampingSixRoutesCurveAndQuantize) {
         EXPECT_NEAR(dstData[7][31], expected, 1e-6) << x << " " << amount;
     }
 }
+
+// The matrix does not clear a destination it already left at zero; what it
+// leaves must still read as zero after a route goes away, after a short block
+// and when the render hands it another buffer.
+TEST(ModMatrixTest, UnroutedDestinationsReadZeroAfterRoutesGoAway) {
+    ModMatrixState matrix;
+    float values[4 * kMatrixSlots] = {};
+    float source[32];
+    float bufferA[32];
+    float bufferB[32];
+    float* src[kSourceCount] = {};
+    float* dst[kDestinationCount] = {};
+    Init(matrix, kSourceCount, kDestinationCount);
+    for (int i = 0; i < 4 * kMatrixSlots; ++i) matrix.params.bound[i] = &values[i];
+    std::fill(source, source + kBlockSize, 0.25f);
+    src[8] = source;
+    dst[7] = bufferA;
+    const auto run = [&](int frames) {
+        Process(matrix, src, 28, dst, 48, {120.0f, 44100.0f, frames, nullptr});
+    };
+    const auto routeOn = [&](bool on) {
+        values[0] = on ? 8.5f / 28.0f : 0.0f;
+        values[1] = on ? 7.5f / 48.0f : 0.0f;
+        values[2] = 1.0f;
+    };
+
+    routeOn(true);
+    run(32);
+    EXPECT_EQ(bufferA[31], 0.25f);
+    routeOn(false);
+    run(16); // a short block clears only its frames
+    EXPECT_EQ(bufferA[15], 0.0f);
+    EXPECT_EQ(bufferA[16], 0.25f);
+    run(32);
+    EXPECT_EQ(bufferA[31], 0.0f);
+
+    std::fill(bufferB, bufferB + kBlockSize, 5.0f);
+    dst[7] = bufferB;
+    run(32);
+    EXPECT_EQ(bufferB[0], 0.0f);
+    EXPECT_EQ(bufferB[31], 0.0f);
+}

@@ -111,6 +111,21 @@ TEST(Oscillator, FrequencyFollowsThePitchLaw) {
     }
 }
 
+// Pitch modulation that moves inside a block: every sample takes its own
+// frequency, also when the pitch returns to an earlier value.
+TEST(Oscillator, FrequencyFollowsAPitchThatMovesWithinTheBlock) {
+    OscRig rig(69);
+    rig.values[kOscSawOn] = 1.0f;
+    for (int i = 0; i < kBlockSize; ++i) rig.buf[kOscInPitch][i] = i < 12 || i >= 24 ? 0.0f : 0.25f;
+    rig.Block();
+    for (int i = 0; i < kBlockSize; ++i) {
+        PitchCase c{.key = 69, .pitch = rig.buf[kOscInPitch][i]};
+        EXPECT_NEAR(rig.osc.freqBuffer[i], ExpectedFrequency(c), 1e-3) << i;
+    }
+    EXPECT_NE(rig.osc.freqBuffer[11], rig.osc.freqBuffer[12]);
+    EXPECT_EQ(rig.osc.freqBuffer[11], rig.osc.freqBuffer[24]);
+}
+
 TEST(Oscillator, StepTableHasTheListedPointsAndIsTheGeneratorOutput) {
     const float* table = StepTable();
     const std::pair<int, float> points[] = {

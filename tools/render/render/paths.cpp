@@ -3,6 +3,7 @@
 #include "vantor/layout.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <system_error>
 
 namespace Norvell::Render {
@@ -17,8 +18,20 @@ std::vector<fs::path> EngineCandidates(const fs::path& exeDir) {
     return {exeDir / "vantorengine.so", Vantor::Layout::EngineDir(exeDir) / "vantorengine.so"};
 }
 
+std::optional<fs::path> UserPresetDir() {
+    // A relative XDG_DATA_HOME is invalid and ignored, as the XDG base directory rules say.
+    const char* data = std::getenv("XDG_DATA_HOME");
+    if (data && fs::path(data).is_absolute()) return fs::path(data) / "vantor" / "presets";
+    const char* home = std::getenv("HOME");
+    if (home && *home) return fs::path(home) / ".local" / "share" / "vantor" / "presets";
+    return std::nullopt;
+}
+
 std::vector<fs::path> PresetFolders(const fs::path& exeDir) {
-    return {Vantor::Layout::PresetDir(exeDir)};
+    std::vector<fs::path> folders;
+    if (auto user = UserPresetDir()) folders.push_back(*user);
+    folders.push_back(Vantor::Layout::PresetDir(exeDir));
+    return folders;
 }
 
 bool LooksLikeFile(const std::string& preset) {

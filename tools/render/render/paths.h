@@ -13,7 +13,11 @@ std::filesystem::path ExecutableDir();
 // Engine candidates in search order: next to the executable, then the layout's engine folder.
 std::vector<std::filesystem::path> EngineCandidates(const std::filesystem::path& exeDir);
 
-// Preset folders in search order (the layout's preset folder).
+// The user's own presets: $XDG_DATA_HOME/vantor/presets, by default
+// ~/.local/share/vantor/presets; none without a home folder.
+std::optional<std::filesystem::path> UserPresetDir();
+
+// Preset folders in search order: the user's folder, then the layout's preset folder.
 std::vector<std::filesystem::path> PresetFolders(const std::filesystem::path& exeDir);
 
 // An argument names a file when it has a folder part, ends in .json or exists.

@@ -6,9 +6,12 @@
 
 namespace Norvell::Render {
 
-double RealTimeFactor(double elapsedSeconds, int64_t frames, uint32_t sampleRate) {
-    if (frames <= 0 || sampleRate == 0) return 0.0;
-    return elapsedSeconds / (double(frames) / sampleRate);
+std::string FormatSpeed(double elapsedSeconds, int64_t frames, uint32_t sampleRate) {
+    if (!(elapsedSeconds > 0.0) || frames <= 0 || sampleRate == 0) return "-";
+    const double speed = double(frames) / sampleRate / elapsedSeconds;
+    char text[32];
+    std::snprintf(text, sizeof text, speed < 1.0 ? "%.2fx" : "%.1fx", speed);
+    return text;
 }
 
 std::string FormatDbfs(float peak) {
@@ -36,7 +39,6 @@ void ProgressBar::Update(const RenderProgress& p, int voices) {
     constexpr int width = 30;
     const double elapsed = ElapsedSeconds();
     const double seconds = double(p.frames) / sampleRate_;
-    const double rtf = RealTimeFactor(elapsed, p.frames, sampleRate_);
     char bar[width + 1];
     char timing[64];
     if (p.frames < p.endFrame) {
@@ -52,8 +54,8 @@ void ProgressBar::Update(const RenderProgress& p, int voices) {
                       double(p.frames - p.endFrame) / sampleRate_);
     }
     bar[width] = '\0';
-    std::fprintf(stderr, "\r[%s] %s  elapsed %.1f s  RTF %.3f  voices %2d\x1b[K", bar, timing,
-                 elapsed, rtf, voices);
+    std::fprintf(stderr, "\r[%s] %s  elapsed %.1f s  %s real time  voices %2d\x1b[K", bar, timing,
+                 elapsed, FormatSpeed(elapsed, p.frames, sampleRate_).c_str(), voices);
     std::fflush(stderr);
 }
 

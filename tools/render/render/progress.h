@@ -1,5 +1,5 @@
 #pragma once
-// One-line progress bar on stderr with elapsed time and real-time factor.
+// One-line progress bar on stderr with elapsed time and speed.
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -8,8 +8,9 @@
 
 namespace Norvell::Render {
 
-// Wall time spent against audio time rendered: below 1 is faster than real time.
-double RealTimeFactor(double elapsedSeconds, int64_t frames, uint32_t sampleRate);
+// Audio time rendered per second of wall time: "8.1x" is eight times faster than
+// real time. Short enough to fall below the clock's resolution: "-".
+std::string FormatSpeed(double elapsedSeconds, int64_t frames, uint32_t sampleRate);
 
 // "-6.0 dBFS", or "-inf dBFS" for digital silence.
 std::string FormatDbfs(float peak);

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <vector>
 
+#include "render/mastermix.h"
+
 namespace Norvell::Render {
 
 namespace {
@@ -70,7 +72,8 @@ RenderStats RenderTimeline(Host& host, const Timeline& timeline, const RenderSet
     processor.SetTempo(timeline.startBpm);
     CountingSink out(sink);
     Pending pending;
-    size_t next = 0;
+    MasterMix mix;
+    size_t next = 0, nextMix = 0;
     int64_t silentRun = 0;
     int64_t silenceStart = 0;
     bool endedBySilence = false;
@@ -87,6 +90,15 @@ RenderStats RenderTimeline(Host& host, const Timeline& timeline, const RenderSet
             if (!processor.Queue(timeline.actions[next], 0))
                 throw std::runtime_error("too many MIDI events in one block");
         processor.Process(left.data(), right.data(), uint32_t(block));
+        for (; nextMix < timeline.mix.size() && timeline.mix[nextMix].frame < start + block;
+             ++nextMix) {
+            const MixChange& change = timeline.mix[nextMix];
+            if (change.kind == MixChange::Kind::Volume)
+                mix.SetVolume(change.value);
+            else
+                mix.SetPan(change.value);
+        }
+        mix.Apply(left.data(), right.data(), size_t(block));
 
         double energy = 0.0;
         for (int64_t i = 0; i < block; ++i)

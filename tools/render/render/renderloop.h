@@ -48,7 +48,8 @@ public:
 using ProgressFn = std::function<bool(const RenderProgress&)>;
 
 // Every block: Param actions due, UpdateVoiceSetup, Midi and Immediate actions in
-// order, Render, CollectChanges. An action falls into the block holding its frame.
+// order, Render, CollectChanges, then the master volume and pan. An action or a
+// mix change falls into the block holding its frame.
 // The output holds the frames up to the last event, then the tail: it ends
 // silencePad seconds into the first run of silenceHold seconds of silence, and
 // never later than tailSeconds after the last event.

@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "render/paths.h"
+#include "vantor/layout.h"
 
 namespace Norvell::Render {
 
@@ -24,10 +25,42 @@ std::string FindEngine() {
                   "\nchoose one with --engine PATH");
 }
 
+namespace {
+
+std::string InitPresetPath() {
+    const fs::path path = Vantor::Layout::PresetDir(ExecutableDir()) / "init.json";
+    std::error_code ec;
+    if (!fs::is_regular_file(path, ec))
+        throw Failure("cannot find the init preset every preset builds on: " + path.string());
+    return path.string();
+}
+
+// Writes text under a temporary name and renames, so a failure leaves no partial file.
+void WriteFileAtomically(const std::string& path, const char* data, size_t size,
+                         const std::string& what) {
+    const std::string temp = path + ".part";
+    {
+        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+        out.write(data, std::streamsize(size));
+        if (!out.flush()) {
+            std::remove(temp.c_str());
+            throw Failure("cannot write " + what + " '" + path + "': " + std::strerror(errno));
+        }
+    }
+    if (std::rename(temp.c_str(), path.c_str()) != 0) {
+        const std::string why = std::strerror(errno);
+        std::remove(temp.c_str());
+        throw Failure("cannot write " + what + " '" + path + "': " + why);
+    }
+}
+
+} // namespace
+
 Preset LoadPreset(const std::string& preset) {
-    if (LooksLikeFile(preset)) return ReadPreset(preset);
+    if (LooksLikeFile(preset)) return ReadPresetOverInit(preset, InitPresetPath());
     const auto folders = PresetFolders(ExecutableDir());
-    if (auto path = FindPreset(preset, folders)) return ReadPreset(path->string());
+    if (auto path = FindPreset(preset, folders))
+        return ReadPresetOverInit(path->string(), InitPresetPath());
     std::string text = "unknown preset '" + preset + "'";
     const auto names = ListPresets(folders);
     if (!names.empty()) {
@@ -44,20 +77,8 @@ std::vector<uint8_t> ReadBlob(const std::string& path) {
 }
 
 void WriteBlob(const std::string& path, const std::vector<uint8_t>& blob) {
-    const std::string temp = path + ".part";
-    {
-        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(blob.data()), std::streamsize(blob.size()));
-        if (!out.flush()) {
-            std::remove(temp.c_str());
-            throw Failure("cannot write state file '" + path + "': " + std::strerror(errno));
-        }
-    }
-    if (std::rename(temp.c_str(), path.c_str()) != 0) {
-        const std::string why = std::strerror(errno);
-        std::remove(temp.c_str());
-        throw Failure("cannot write state file '" + path + "': " + why);
-    }
+    WriteFileAtomically(path, reinterpret_cast<const char*>(blob.data()), blob.size(),
+                        "state file");
 }
 
 void ApplySetup(Engine& engine, const ParamDirectory& params, const SetupOptions& options) {
@@ -86,6 +107,32 @@ void ApplySetup(Engine& engine, const ParamDirectory& params, const SetupOptions
     Preset overrides{"--set", "--set", {}};
     for (const auto& text : options.sets) overrides.values.push_back(ParseAssignment(text));
     for (const auto& v : ResolvePreset(overrides, params)) engine.SetParam(v.id, v.value);
+}
+
+PresetValues ReadValues(const Engine& engine, const ParamDirectory& params) {
+    PresetValues values;
+    for (uint32_t id = 0; id < params.Size(); ++id) {
+        float value = 0.0f;
+        if (engine.GetParam(id, value)) values.emplace_back(params.At(id).name, value);
+    }
+    return values;
+}
+
+PresetValues InitValues(Engine& engine, const ParamDirectory& params) {
+    ApplyPerformanceDefaults(engine, params);
+    for (const auto& v : ResolvePreset(ReadPreset(InitPresetPath()), params))
+        engine.SetParam(v.id, v.value);
+    return ReadValues(engine, params);
+}
+
+void SavePreset(const std::string& path, const PresetValues& initValues,
+                const PresetValues& current) {
+    Preset preset;
+    preset.name = fs::path(path).stem().string();
+    preset.category = "User";
+    preset.values = DiffOverBase(initValues, current);
+    const std::string text = FormatPreset(preset);
+    WriteFileAtomically(path, text.data(), text.size(), "preset");
 }
 
 } // namespace Norvell::Render

@@ -20,7 +20,8 @@ struct Failure : std::runtime_error {
 
 // vantorengine.so in the layout around the program. Throws Failure listing the folders.
 std::string FindEngine();
-// A preset by name (from the preset folders) or by file. Throws Failure or PresetError.
+// A preset by name (from the preset folders) or by file, laid over the shipped init
+// preset. Throws Failure or PresetError.
 HostCore::Preset LoadPreset(const std::string& preset);
 std::vector<uint8_t> ReadBlob(const std::string& path);
 // Writes under a temporary name and renames, so a failure leaves no partial file.
@@ -35,5 +36,15 @@ struct SetupOptions {
 // Performance defaults, then the preset or the state blob, then the --set values.
 void ApplySetup(HostCore::Engine& engine, const HostCore::ParamDirectory& params,
                 const SetupOptions& options);
+
+// Every parameter's current value, in id order.
+HostCore::PresetValues ReadValues(const HostCore::Engine& engine,
+                                  const HostCore::ParamDirectory& params);
+// The values a fresh engine holds after the performance defaults and init: what a saved
+// preset is compared against. Leaves the engine in that state.
+HostCore::PresetValues InitValues(HostCore::Engine& engine, const HostCore::ParamDirectory& params);
+// Writes the values that differ from initValues as a preset file named after the file.
+void SavePreset(const std::string& path, const HostCore::PresetValues& initValues,
+                const HostCore::PresetValues& current);
 
 } // namespace Norvell::Render
