@@ -17,12 +17,12 @@ wait_port() { # wait_port PORT
   fail "port $1 never appeared"
 }
 
-# The server name is unique to this build tree yet stable from run to run: JACK keeps
+# Server names are unique to this build tree yet stable from run to run: JACK keeps
 # a registry of a few servers, and only a server of the same name reclaims the
-# entry of one that died without unregistering (so every period reuses the one name).
+# entry of one that died without unregistering.
 tree=$(printf %s "$work" | cksum | cut -d' ' -f1)
 start_server() { # start_server PERIOD
-  export JACK_DEFAULT_SERVER="vantor-live-$tree"
+  export JACK_DEFAULT_SERVER="vantor-live-$tree-$1"
   jackd --no-realtime -d dummy -r 48000 -p "$1" >"$work/jackd-$1.log" 2>&1 &
   server=$!
   pids+=($server)
