@@ -290,11 +290,9 @@ int Run(const Options& options) {
         if (!options.saveState.empty() || !options.savePreset.empty()) {
             // A saved preset holds what differs from init, so read init's values first.
             PresetValues initValues;
-            if (!options.savePreset.empty())
-                initValues = InitValues(*loaded.engine, loaded.params);
+            if (!options.savePreset.empty()) initValues = InitValues(*loaded.engine, loaded.params);
             ApplySetup(*loaded.engine, loaded.params, options);
-            if (!options.saveState.empty())
-                WriteBlob(options.saveState, loaded.engine->GetState());
+            if (!options.saveState.empty()) WriteBlob(options.saveState, loaded.engine->GetState());
             if (!options.savePreset.empty())
                 SavePreset(options.savePreset, initValues,
                            ReadValues(*loaded.engine, loaded.params));
