@@ -233,6 +233,26 @@ TEST(ParameterRouting, PresetModeRoundTripsKeepTheSound) {
     EXPECT_EQ(switched.right, reference.right);
 }
 
+// A switch while the engine runs reaches every voice's modules at once: the
+// sound afterwards is that of a processor that was in the new mode all along.
+TEST(ParameterRouting, PresetModeSwitchReachesRunningVoices) {
+    const auto play = [](float startMode) {
+        EngineHarness h;
+        h.SetupModulatedPatch(false);
+        h.Set("presetmode", startMode);
+        h.Set("voice1_osc1_pulse-width", 0.2f);
+        h.Set("voice2_osc1_pulse-width", 0.7f);
+        h.RenderBlocks(10);
+        h.Set("presetmode", 0.0f);
+        for (int key = 48; key < 60; key += 3) h.NoteOn(key);
+        return h.RenderBlocks(100);
+    };
+    const VantorTest::Stereo offAllAlong = play(0.0f);
+    const VantorTest::Stereo switched = play(1.0f);
+    EXPECT_EQ(switched.left, offAllAlong.left);
+    EXPECT_EQ(switched.right, offAllAlong.right);
+}
+
 TEST(BlockRender, ControllerRampsAndPitchbendStart) {
     EngineHarness h;
     h.Set("master_volume", 1.0f);
