@@ -32,7 +32,7 @@ float MatrixGain(float amount) {
     return a >= 0.0f ? kAmountCurve.Lookup(a) : -kAmountCurve.Lookup(-a);
 }
 
-void Rebuild(ModMatrixState& s) {
+void Derive(ModMatrixState& s) {
     for (int d = 0; d < kDestinationCount; ++d) {
         s.routeCount[d] = 0;
         for (MatrixRoute& route : s.routes[d]) route = MatrixRoute{};
@@ -60,12 +60,12 @@ void Init(ModMatrixState& state, int32_t sourceCount, int32_t destinationCount) 
     // Bounded by the route and use-count arrays.
     state.sourceCount = std::clamp(sourceCount, 0, kSourceCount);
     state.destinationCount = std::clamp(destinationCount, 0, kDestinationCount);
-    Rebuild(state);
+    Derive(state);
 }
 
 int32_t Process(ModMatrixState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx) {
-    if (state.params.Refresh()) Rebuild(state);
+    if (state.params.Refresh()) Derive(state);
     if (in == nullptr || out == nullptr) return kProcessMissing;
 
     // Destination buffers hold one block; the render never asks for more.
