@@ -103,3 +103,16 @@ if(NOT VANTOR_SANITIZE)
 endif()
 
 include(${CMAKE_CURRENT_LIST_DIR}/tsan.cmake)
+
+# A user's own presets become a presets-only bundle that hosts list beside the shipped ones.
+if(LV2INFO)
+  file(WRITE ${LV2_OUT}/user-presets/my_sound.json
+    "{\"name\": \"My Quiet Saw\", \"category\": \"User\", \"values\": {\"master_volume\": 0.3}}\n")
+  add_test(NAME lv2.bundle.user_presets COMMAND sh -c
+    "rm -rf \"$3\" && \"$1\" --presets-only \"$2\" \"$4\" \"$3\" && LV2_PATH=\"$5:$(dirname \"$3\")\" \"$6\" urn:norvell:vantor"
+    sh $<TARGET_FILE:vantor-lv2gen> ${VANTOR_LV2_BUNDLE}/vantorengine.so
+    ${LV2_OUT}/user-lv2/vantor-user-presets.lv2 ${LV2_OUT}/user-presets
+    ${CMAKE_BINARY_DIR}/lv2 ${LV2INFO})
+  set_tests_properties(lv2.bundle.user_presets PROPERTIES
+    PASS_REGULAR_EXPRESSION "Presets:.*My Quiet Saw.*Wide Pad|Presets:.*Wide Pad.*My Quiet Saw")
+endif()

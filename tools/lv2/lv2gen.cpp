@@ -1,5 +1,7 @@
 // vantor-lv2gen ENGINE PRESET_FOLDER BUNDLE: writes manifest.ttl, vantor.ttl and
 // presets.ttl of the plugin bundle from the engine's parameter list and the presets.
+// vantor-lv2gen --presets-only ENGINE PRESET_FOLDER BUNDLE: a bundle holding only the
+// folder's presets (the user's own, for ~/.lv2), laid over the init beside the engine.
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -130,12 +132,24 @@ void WriteState(std::ostream& out, const std::vector<Param>& list, const std::ve
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4) {
-        std::fprintf(stderr, "usage: %s ENGINE PRESET_FOLDER BUNDLE\n", argv[0]);
+    const bool presetsOnly = argc == 5 && std::string(argv[1]) == "--presets-only";
+    if (argc != 4 && !presetsOnly) {
+        std::fprintf(stderr, "usage: %s [--presets-only] ENGINE PRESET_FOLDER BUNDLE\n", argv[0]);
         return 2;
     }
+    if (presetsOnly) ++argv;
     try {
         const fs::path bundle = argv[3];
+        const fs::path initFile = fs::exists(fs::path(argv[2]) / "init.json")
+                                      ? fs::path(argv[2]) / "init.json"
+                                      : fs::path(argv[1]).parent_path() / "init.json";
+        // User presets get URIs of their own, so one named like a shipped preset shadows
+        // nothing in the host's list.
+        const std::string uriKind = presetsOnly ? "user-preset" : "preset";
+        const auto presetUri = [&](const std::string& stem) {
+            return std::string(kPluginUri) + ":" + uriKind + ":" + stem;
+        };
+        if (presetsOnly) fs::create_directories(bundle);
         Engine engine(argv[1]);
         engine.Start(48000.0f);
         const ParamDirectory params = engine.ReadParams();
@@ -149,8 +163,7 @@ int main(int argc, char** argv) {
         std::sort(files.begin(), files.end());
 
         ApplyPerformanceDefaults(engine, params);
-        for (const auto& v :
-             ResolvePreset(LoadPreset(fs::path(argv[2]) / "init.json").preset, params))
+        for (const auto& v : ResolvePreset(LoadPreset(initFile).preset, params))
             engine.SetParam(v.id, v.value);
         std::vector<float> init(params.Size());
         std::vector<Param> list;
@@ -160,14 +173,17 @@ int main(int argc, char** argv) {
         }
 
         std::ofstream manifest(bundle / "manifest.ttl");
-        manifest << kPrefixes << "<" << kPluginUri << ">\n    a lv2:Plugin ;\n"
-                 << "    lv2:binary <vantor_lv2.so> ;\n    rdfs:seeAlso <vantor.ttl> .\n\n";
+        manifest << kPrefixes;
+        if (!presetsOnly)
+            manifest << "<" << kPluginUri << ">\n    a lv2:Plugin ;\n"
+                     << "    lv2:binary <vantor_lv2.so> ;\n    rdfs:seeAlso <vantor.ttl> .\n\n";
         for (const auto& file : files)
-            manifest << "<" << PresetUri(file.stem().string()) << ">\n    a pset:Preset ;\n"
+            manifest << "<" << presetUri(file.stem().string()) << ">\n    a pset:Preset ;\n"
                      << "    lv2:appliesTo <" << kPluginUri << "> ;\n"
                      << "    rdfs:seeAlso <presets.ttl> .\n\n";
 
-        std::ofstream ttl(bundle / "vantor.ttl");
+        std::ofstream ttl;
+        if (!presetsOnly) ttl.open(bundle / "vantor.ttl");
         ttl << kPrefixes;
         for (uint32_t id = 0; id < list.size(); ++id) {
             const Param& p = list[id];
@@ -244,13 +260,14 @@ int main(int argc, char** argv) {
             presets << "<" << uri << ">\n    a pset:Bank ;\n    rdfs:label " << Quoted(label)
                     << " .\n\n";
         for (const auto& file : loaded) {
-            presets << "<" << PresetUri(file.stem) << ">\n    a pset:Preset ;\n"
+            presets << "<" << presetUri(file.stem) << ">\n    a pset:Preset ;\n"
                     << "    lv2:appliesTo <" << kPluginUri << "> ;\n"
                     << "    rdfs:label " << Quoted(file.preset.name) << " ;\n"
                     << "    pset:bank <" << BankUri(file.category) << "> ;\n";
             WriteState(presets, list, SoundOf(init, file.preset, params), *presetMode);
         }
-        if (!manifest || !ttl || !presets) throw std::runtime_error("cannot write the bundle");
+        if (!manifest || (!presetsOnly && !ttl) || !presets)
+            throw std::runtime_error("cannot write the bundle");
         return 0;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "vantor-lv2gen: error: %s\n", e.what());

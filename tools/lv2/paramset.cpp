@@ -66,10 +66,6 @@ std::string ParamUri(const std::string& name) {
     return std::string(kPluginUri) + ":param:" + name;
 }
 
-std::string PresetUri(const std::string& file) {
-    return std::string(kPluginUri) + ":preset:" + file;
-}
-
 std::string Label(const std::string& name) {
     std::string label;
     char previous = 0;

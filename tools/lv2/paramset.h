@@ -25,7 +25,6 @@ Role RoleOf(const std::string& name);
 bool OtherVoiceSound(const std::string& name);
 
 std::string ParamUri(const std::string& name);
-std::string PresetUri(const std::string& file);
 std::string Label(const std::string& name);
 
 // Hosts write state floats as decimals with eight digits after the point. The
