@@ -24,13 +24,15 @@ struct VantorProcessor::Modules::Pristine {
 
 namespace {
 // Puts state back to its pristine copy but keeps what the registry and the
-// host set: the bindings, the current values and the voice the copy was
-// made for.
+// host set: the bindings, the current values and the state's voice.
 template <typename State> void Restore(State& state, const State& pristine) {
     const auto params = state.params;
+    int32_t voice = -1;
+    if constexpr (requires { state.voiceIndex; }) voice = state.voiceIndex;
     state = pristine;
     state.params = params;
     state.params.refreshPending = true;
+    if constexpr (requires { state.voiceIndex; }) state.voiceIndex = voice;
 }
 } // namespace
 
@@ -43,20 +45,17 @@ VantorProcessor::Modules::Modules(VoiceState& state) : voiceState(state) {
                    << "Norvell::Vantor::VantorProcessor::Modules::Modules"
                    << " ] ");
     for (int v = 0; v < kVoiceCount; ++v) {
-        for (int k = 0; k < 2; ++k) {
-            Init(oscillators[2 * v + k], v);
-            Init(vcas[2 * v + k]);
-        }
-        Init(fm[v], v);
-        Init(filters[v], v);
-        Init(lags[v], v);
-        Init(matrices[v], kSourceCount, kDestinationCount);
-        for (int k = 0; k < 5; ++k) {
-            Init(envelopes[5 * v + k], v);
-            Init(lfos[5 * v + k], v);
-        }
-        for (int k = 0; k < 4; ++k) Init(ramps[4 * v + k], v);
-        for (int k = 0; k < 3; ++k) Init(trackers[3 * v + k], v);
+        const VoiceView vm = Voice(v);
+        for (OscillatorState& osc : vm.osc) Init(osc, v);
+        for (VcaState& vca : vm.vca) Init(vca);
+        Init(vm.fm, v);
+        Init(vm.filter, v);
+        Init(vm.lag, v);
+        Init(vm.matrix, kSourceCount, kDestinationCount);
+        for (EnvelopeState& env : vm.env) Init(env, v);
+        for (LfoState& lfo : vm.lfo) Init(lfo, v);
+        for (RampState& ramp : vm.ramp) Init(ramp, v);
+        for (TrackState& tracker : vm.tracker) Init(tracker, v);
     }
     Init(vibrato);
     Init(ambientNoise);
@@ -86,32 +85,18 @@ VantorProcessor::Modules::Modules(VoiceState& state) : voiceState(state) {
 
 void VantorProcessor::Modules::ResetVoiceChain(int v) {
     const Pristine& p = *pristine;
-    for (int k = 0; k < 2; ++k) {
-        Restore(oscillators[2 * v + k], p.oscillator[k]);
-        oscillators[2 * v + k].voiceIndex = v;
-        Restore(vcas[2 * v + k], p.vca);
-    }
-    Restore(fm[v], p.fm);
-    fm[v].voiceIndex = v;
-    Restore(filters[v], p.filter);
-    filters[v].voiceIndex = v;
-    Restore(lags[v], p.lag);
-    lags[v].voiceIndex = v;
-    Restore(matrices[v], p.matrix);
-    for (int k = 0; k < 5; ++k) {
-        Restore(envelopes[5 * v + k], p.envelope);
-        envelopes[5 * v + k].voiceIndex = v;
-        Restore(lfos[5 * v + k], p.lfo);
-        lfos[5 * v + k].voiceIndex = v;
-    }
-    for (int k = 0; k < 4; ++k) {
-        Restore(ramps[4 * v + k], p.ramp);
-        ramps[4 * v + k].voiceIndex = v;
-    }
-    for (int k = 0; k < 3; ++k) {
-        Restore(trackers[3 * v + k], p.tracker);
-        trackers[3 * v + k].voiceIndex = v;
-    }
+    const VoiceView vm = Voice(v);
+    // Restore keeps each state's voice index.
+    for (int k = 0; k < 2; ++k) Restore(vm.osc[k], p.oscillator[k]);
+    for (VcaState& vca : vm.vca) Restore(vca, p.vca);
+    Restore(vm.fm, p.fm);
+    Restore(vm.filter, p.filter);
+    Restore(vm.lag, p.lag);
+    Restore(vm.matrix, p.matrix);
+    for (EnvelopeState& env : vm.env) Restore(env, p.envelope);
+    for (LfoState& lfo : vm.lfo) Restore(lfo, p.lfo);
+    for (RampState& ramp : vm.ramp) Restore(ramp, p.ramp);
+    for (TrackState& tracker : vm.tracker) Restore(tracker, p.tracker);
 }
 
 void VantorProcessor::Modules::ResetControllers() {
@@ -151,35 +136,53 @@ template <typename Array> ParamSlots RecordIn(Array& records, int instance) {
 }
 } // namespace
 
+VantorProcessor::Modules::VoiceView VantorProcessor::Modules::Voice(int v) {
+    const auto first = [v](auto& states, ModuleKind kind) {
+        return states.begin() + v * PerVoiceOf(kind);
+    };
+    return {
+        std::span<OscillatorState, 2>(first(oscillators, ModuleKind::Oscillator), 2),
+        std::span<VcaState, 2>(first(vcas, ModuleKind::Vca), 2),
+        std::span<EnvelopeState, 5>(first(envelopes, ModuleKind::Envelope), 5),
+        std::span<LfoState, 5>(first(lfos, ModuleKind::Lfo), 5),
+        std::span<RampState, 4>(first(ramps, ModuleKind::Ramp), 4),
+        std::span<TrackState, 3>(first(trackers, ModuleKind::Tracker), 3),
+        fm[static_cast<size_t>(v)],
+        filters[static_cast<size_t>(v)],
+        lags[static_cast<size_t>(v)],
+        matrices[static_cast<size_t>(v)],
+    };
+}
+
 ParamSlots VantorProcessor::Modules::SlotsOf(const ModuleTypeInfo& type, int instance) {
-    const std::string_view name = type.type;
-    if (name == "vantor_voice") return RecordIn(voices, instance);
-    if (name == "vantor_zone") return RecordIn(zones, instance);
-    if (name == "vantor_master")
+    switch (type.kind) {
+    case ModuleKind::Voice: return RecordIn(voices, instance);
+    case ModuleKind::Zone: return RecordIn(zones, instance);
+    case ModuleKind::Master:
         return instance == 0 ? master.Slots() : ParamSlots{0, nullptr, nullptr};
-    if (name == "vantor_note") return RecordIn(notes, instance);
-    if (name == "vantor_osc") return SlotsIn(oscillators, instance);
-    if (name == "vantor_FmModule") return SlotsIn(fm, instance);
-    if (name == "vantor_env") return SlotsIn(envelopes, instance);
-    if (name == "vantor_vib")
+    case ModuleKind::Note: return RecordIn(notes, instance);
+    case ModuleKind::Oscillator: return SlotsIn(oscillators, instance);
+    case ModuleKind::FmAmount: return SlotsIn(fm, instance);
+    case ModuleKind::Envelope: return SlotsIn(envelopes, instance);
+    case ModuleKind::Vibrato:
         return instance == 0 ? vibrato.params.Slots() : ParamSlots{0, nullptr, nullptr};
-    if (name == "track") return SlotsIn(trackers, instance);
-    if (name == "vantor_lfo") return SlotsIn(lfos, instance);
-    if (name == "vantor_vca") return SlotsIn(vcas, instance);
-    if (name == "vantor_lag") return SlotsIn(lags, instance);
-    if (name == "ramp") return SlotsIn(ramps, instance);
-    if (name == "vantorvcf") return SlotsIn(filters, instance);
-    if (name == "mod_matrix") return SlotsIn(matrices, instance);
-    if (name == "MIDIRange") {
+    case ModuleKind::Tracker: return SlotsIn(trackers, instance);
+    case ModuleKind::Lfo: return SlotsIn(lfos, instance);
+    case ModuleKind::Vca: return SlotsIn(vcas, instance);
+    case ModuleKind::Lag: return SlotsIn(lags, instance);
+    case ModuleKind::Ramp: return SlotsIn(ramps, instance);
+    case ModuleKind::Filter: return SlotsIn(filters, instance);
+    case ModuleKind::Matrix: return SlotsIn(matrices, instance);
+    case ModuleKind::KeyRange:
         if (instance < 0 || instance >= kZoneCount) return {0, nullptr, nullptr};
         return voiceState.zones[instance].range.Slots();
+    case ModuleKind::Phaser: return SlotsIn(phasers, instance);
+    case ModuleKind::Reverb: return SlotsIn(reverbs, instance);
+    case ModuleKind::StereoDelay: return SlotsIn(delays, instance);
+    case ModuleKind::DubDelay: return SlotsIn(dubDelays, instance);
+    case ModuleKind::Flanger: return SlotsIn(flangers, instance);
+    case ModuleKind::Chorus: return SlotsIn(choruses, instance);
     }
-    if (name == "analog-dual-phaser") return SlotsIn(phasers, instance);
-    if (name == "dattoro-reverb") return SlotsIn(reverbs, instance);
-    if (name == "delay") return SlotsIn(delays, instance);
-    if (name == "mda-dubdelay") return SlotsIn(dubDelays, instance);
-    if (name == "mda-flanger") return SlotsIn(flangers, instance);
-    if (name == "moog-modular-chorus") return SlotsIn(choruses, instance);
     return {0, nullptr, nullptr};
 }
 

@@ -25,8 +25,13 @@
 
 #include <array>
 #include <memory>
+#include <span>
 
 namespace Norvell::Vantor {
+
+static_assert(InstancesOf(ModuleKind::Voice) == kVoiceCount);
+static_assert(InstancesOf(ModuleKind::Zone) == kZoneCount);
+static_assert(InstancesOf(ModuleKind::KeyRange) == kZoneCount);
 
 // Indices of the master parameters in the master record.
 enum MasterParam : size_t {
@@ -80,27 +85,45 @@ public:
     // The same for the vibrato, the one controller with running state.
     void ResetControllers();
 
-    std::array<ParamRecord<8>, kVoiceCount> voices;
-    std::array<ParamRecord<2>, kZoneCount> zones;
+    // The states of voice v's modules: vm.env[k] rather than envelopes[5 * v + k].
+    struct VoiceView {
+        std::span<OscillatorState, PerVoiceOf(ModuleKind::Oscillator)> osc;
+        std::span<VcaState, PerVoiceOf(ModuleKind::Vca)> vca;
+        std::span<EnvelopeState, PerVoiceOf(ModuleKind::Envelope)> env;
+        std::span<LfoState, PerVoiceOf(ModuleKind::Lfo)> lfo;
+        std::span<RampState, PerVoiceOf(ModuleKind::Ramp)> ramp;
+        std::span<TrackState, PerVoiceOf(ModuleKind::Tracker)> tracker;
+        FmAmountState& fm;
+        VcfState& filter;
+        LagState& lag;
+        ModMatrixState& matrix;
+    };
+    VoiceView Voice(int v);
+
+    // One state array per module type, sized by kModuleCounts.
+    template <typename State, ModuleKind Kind>
+    using States = std::array<State, static_cast<size_t>(InstancesOf(Kind))>;
+    States<ParamRecord<8>, ModuleKind::Voice> voices;
+    States<ParamRecord<2>, ModuleKind::Zone> zones;
     ParamRecord<16> master;
-    std::array<ParamRecord<2>, 128> notes;
-    std::array<OscillatorState, 24> oscillators;
-    std::array<FmAmountState, 12> fm;
-    std::array<EnvelopeState, 60> envelopes;
+    States<ParamRecord<2>, ModuleKind::Note> notes;
+    States<OscillatorState, ModuleKind::Oscillator> oscillators;
+    States<FmAmountState, ModuleKind::FmAmount> fm;
+    States<EnvelopeState, ModuleKind::Envelope> envelopes;
     VibratoState vibrato;
-    std::array<TrackState, 36> trackers;
-    std::array<LfoState, 60> lfos;
-    std::array<VcaState, 24> vcas;
-    std::array<LagState, 12> lags;
-    std::array<RampState, 48> ramps;
-    std::array<VcfState, 12> filters;
-    std::array<ModMatrixState, 12> matrices;
-    std::array<DualPhaserState, 2> phasers;
-    std::array<PlateReverbState, 2> reverbs;
-    std::array<StereoDelayState, 2> delays;
-    std::array<DubDelayState, 2> dubDelays;
-    std::array<FlangerState, 2> flangers;
-    std::array<ChorusState, 2> choruses;
+    States<TrackState, ModuleKind::Tracker> trackers;
+    States<LfoState, ModuleKind::Lfo> lfos;
+    States<VcaState, ModuleKind::Vca> vcas;
+    States<LagState, ModuleKind::Lag> lags;
+    States<RampState, ModuleKind::Ramp> ramps;
+    States<VcfState, ModuleKind::Filter> filters;
+    States<ModMatrixState, ModuleKind::Matrix> matrices;
+    States<DualPhaserState, ModuleKind::Phaser> phasers;
+    States<PlateReverbState, ModuleKind::Reverb> reverbs;
+    States<StereoDelayState, ModuleKind::StereoDelay> delays;
+    States<DubDelayState, ModuleKind::DubDelay> dubDelays;
+    States<FlangerState, ModuleKind::Flanger> flangers;
+    States<ChorusState, ModuleKind::Chorus> choruses;
     AmbientNoiseState ambientNoise;
 
 private:

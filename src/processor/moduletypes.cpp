@@ -15,75 +15,80 @@ std::vector<std::string> MatrixParams() {
     return names;
 }
 
+// One row per module type: its registry name, kind and parameter names; the
+// counts come from kModuleCounts.
+struct TypeRow {
+    const char* type;
+    ModuleKind kind;
+    std::vector<std::string> params;
+};
+
 std::vector<ModuleTypeInfo> BuildTypes() {
-    return {
+    const std::vector<TypeRow> rows = {
         {"vantor_voice",
-         12,
-         0,
+         ModuleKind::Voice,
          {"isenable", "ison", "volume", "pan", "detune", "transpose", "zone", "output"}},
-        {"vantor_zone", 23, 0, {"playmode", "enable_steal"}},
+        {"vantor_zone", ModuleKind::Zone, {"playmode", "enable_steal"}},
         {"vantor_master",
-         1,
-         0,
+         ModuleKind::Master,
          {"master_volume", "master_fine_tune", "panic", "pitchbend", "modwheel", "aftertouch",
           "pedal-sustain", "pedal-expression", "allnotesoff", "effect0_selector", "effect0_active",
           "effect1_selector", "effect1_active", "presetloading", "presetmode", "sustain-hold"}},
-        {"vantor_note", 128, 0, {"note", "color"}},
+        {"vantor_note", ModuleKind::Note, {"note", "color"}},
         {"vantor_osc",
-         24,
-         2,
+         ModuleKind::Oscillator,
          {"freq", "detune", "pulse-width", "volume", "pulse-on", "saw-on", "triangle-on",
           "noise-on", "sync", "lag_on", "master", "keyboard_follow", "NoiseFmAmnt",
           "noise_filter_cutoff", "saw112FmAmnt", "vibrato", "pitchbend"}},
-        {"vantor_FmModule", 12, 1, {"amount", "destination", ""}},
+        {"vantor_FmModule", ModuleKind::FmAmount, {"amount", "destination", ""}},
         {"vantor_env",
-         60,
-         5,
+         ModuleKind::Envelope,
          {"delay", "attack", "decay", "sustain", "release", "amp", "reset", "freerun", "dadr",
           "single_trig", "lfo_trig", "lfo_id", "gated_lfo_trig"}},
         {"vantor_vib",
-         1,
-         0,
+         ModuleKind::Vibrato,
          {"speed", "speed_src", "speed_mod", "wave", "amp", "amp_src", "amp_mod", "lag"}},
-        {"track", 36, 3, {"point1", "point2", "point3", "point4", "point5", "input_selector"}},
+        {"track",
+         ModuleKind::Tracker,
+         {"point1", "point2", "point3", "point4", "point5", "input_selector"}},
         {"vantor_lfo",
-         60,
-         5,
+         ModuleKind::Lfo,
          {"speed", "wave", "input_selector", "retrig_point", "amp", "lag", "retrig_mode", "sync",
           "synced_speed"}},
-        {"vantor_vca", 24, 2, {"gain"}},
-        {"vantor_lag", 12, 1, {"input_selector", "rate", "is_linear", "legato", "equal_time"}},
-        {"ramp", 48, 4, {"rate", "retrig_mode", "lfo_trig_on", "lfo_trig_id", "gated"}},
+        {"vantor_vca", ModuleKind::Vca, {"gain"}},
+        {"vantor_lag",
+         ModuleKind::Lag,
+         {"input_selector", "rate", "is_linear", "legato", "equal_time"}},
+        {"ramp", ModuleKind::Ramp, {"rate", "retrig_mode", "lfo_trig_on", "lfo_trig_id", "gated"}},
         {"vantorvcf",
-         12,
-         1,
+         ModuleKind::Filter,
          {"cutoff", "res", "type", "keyboard-follow", "lag", "pitchbend", "vibrato"}},
-        {"mod_matrix", 12, 1, MatrixParams()},
-        {"MIDIRange", 23, 0, {"min_note", "max_note", "channel_selector"}},
+        {"mod_matrix", ModuleKind::Matrix, MatrixParams()},
+        {"MIDIRange", ModuleKind::KeyRange, {"min_note", "max_note", "channel_selector"}},
         {"analog-dual-phaser",
-         2,
-         0,
+         ModuleKind::Phaser,
          {"rate1", "rate1synced", "feedback1", "depth1", "type1", "rate2", "rate2synced",
           "feedback2", "depth2", "type2", "midi sync", "dual mode", "stereo", "dry/wet"}},
         {"dattoro-reverb",
-         2,
-         0,
+         ModuleKind::Reverb,
          {"in gain", "damping", "brightness", "diffusion", "decay", "feedback", "time", "dry/wet"}},
         {"delay",
-         2,
-         0,
+         ModuleKind::StereoDelay,
          {"time1", "time1sync", "feedback1", "time2", "time2sync", "feedback2", "damping",
           "midi sync", "ping pong", "link", "phase inv", "dry/wet"}},
         {"mda-dubdelay",
-         2,
-         0,
+         ModuleKind::DubDelay,
          {"delay time", "fb tone", "feedback", "lfo depth", "lfo rate", "dry/wet"}},
-        {"mda-flanger", 2, 0, {"rate", "depth", "feedback", "delay", "dry/wet"}},
+        {"mda-flanger", ModuleKind::Flanger, {"rate", "depth", "feedback", "delay", "dry/wet"}},
         {"moog-modular-chorus",
-         2,
-         0,
+         ModuleKind::Chorus,
          {"type", "rate", "amount", "delay", "stereo width", "stereo rate", "dry/wet"}},
     };
+    std::vector<ModuleTypeInfo> types;
+    for (const TypeRow& row : rows)
+        types.push_back(
+            {row.type, row.kind, InstancesOf(row.kind), PerVoiceOf(row.kind), row.params});
+    return types;
 }
 
 } // namespace

@@ -22,8 +22,73 @@
 
 namespace Norvell::Vantor {
 
+enum class ModuleKind {
+    Voice,
+    Zone,
+    Master,
+    Note,
+    Oscillator,
+    FmAmount,
+    Envelope,
+    Vibrato,
+    Tracker,
+    Lfo,
+    Vca,
+    Lag,
+    Ramp,
+    Filter,
+    Matrix,
+    KeyRange,
+    Phaser,
+    Reverb,
+    StereoDelay,
+    DubDelay,
+    Flanger,
+    Chorus,
+};
+
+struct ModuleCount {
+    int instances;
+    int perVoice; // 0 for types that are not per voice
+};
+
+// How many states each module type has: the one place the registry, the state
+// arrays and the per-voice views take their sizes from.
+inline constexpr ModuleCount kModuleCounts[] = {
+    {12, 0},  // Voice
+    {23, 0},  // Zone
+    {1, 0},   // Master
+    {128, 0}, // Note
+    {24, 2},  // Oscillator
+    {12, 1},  // FmAmount
+    {60, 5},  // Envelope
+    {1, 0},   // Vibrato
+    {36, 3},  // Tracker
+    {60, 5},  // Lfo
+    {24, 2},  // Vca
+    {12, 1},  // Lag
+    {48, 4},  // Ramp
+    {12, 1},  // Filter
+    {12, 1},  // Matrix
+    {23, 0},  // KeyRange
+    {2, 0},   // Phaser
+    {2, 0},   // Reverb
+    {2, 0},   // StereoDelay
+    {2, 0},   // DubDelay
+    {2, 0},   // Flanger
+    {2, 0},   // Chorus
+};
+
+constexpr int InstancesOf(ModuleKind kind) {
+    return kModuleCounts[static_cast<int>(kind)].instances;
+}
+constexpr int PerVoiceOf(ModuleKind kind) {
+    return kModuleCounts[static_cast<int>(kind)].perVoice;
+}
+
 struct ModuleTypeInfo {
-    std::string type;
+    std::string type; // the registry name
+    ModuleKind kind;
     int instances;
     int perVoice; // 0 for types that are not per voice
     // Parameter names in binding order; an empty name is a slot nothing can bind.
