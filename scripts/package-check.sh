@@ -37,7 +37,7 @@ check_prefix() {
     exit 1
   fi
   "$wavcheck" "$out/demo.wav" --rate 44100 --min-frames "$demo_frames" --min-peak 0.01
-  "$prefix/bin/vantor-render" --list-presets | grep -qx pad
+  "$prefix/bin/vantor-render" --list-presets | grep -q "^pad  "
   [ "$("$prefix/bin/vantor-listparams" | wc -l)" -gt 4000 ]
   echo "package-check: $2 renders the demo"
 }

@@ -92,6 +92,13 @@ std::vector<Case> PresetCases() {
     std::vector<Case> cases;
     for (auto& c : BuildCases(kPresets, probe.ReadParams()))
         if (c.name.rfind("preset ", 0) == 0) cases.push_back(std::move(c));
+#ifdef VANTOR_SANITIZED_BUILD
+    // The plain build pins every preset; here a few suffice to exercise the path
+    // under the sanitizers, whose slowdown would make all of them take minutes.
+    std::vector<Case> some;
+    for (size_t i = 0; i < cases.size(); i += 8) some.push_back(std::move(cases[i]));
+    cases = std::move(some);
+#endif
     return cases;
 }
 
@@ -121,7 +128,9 @@ TEST(SoundFingerprint, EveryPresetMatchesTheReference) {
     std::ifstream file(kReference);
     ASSERT_TRUE(file) << "no reference at " << kReference;
     const auto reference = nlohmann::json::parse(file);
+#ifndef VANTOR_SANITIZED_BUILD
     EXPECT_EQ(reference.size(), rendered.size()) << "presets added or removed";
+#endif
     for (const auto& [name, windows] : rendered.items()) {
         ASSERT_TRUE(reference.contains(name)) << name << " has no reference";
         const auto& expected = reference[name];

@@ -22,3 +22,6 @@ add_test(NAME single_export
 # The fingerprint test plays the comparison tool's preset cases through the built engine.
 target_link_libraries(processor_sound_fingerprint_test PRIVATE vantor_compare_lib)
 target_compile_definitions(processor_sound_fingerprint_test PRIVATE VANTOR_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
+if(VANTOR_SANITIZE)
+  target_compile_definitions(processor_sound_fingerprint_test PRIVATE VANTOR_SANITIZED_BUILD)
+endif()

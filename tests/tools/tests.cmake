@@ -86,7 +86,14 @@ add_test(NAME tools.render.phrase_files_are_generated
 # Every shipped preset loads into the real engine (all its names exist) and plays its
 # category's phrase (as in the gallery) with a peak between -24 and -1 dBFS.
 file(GLOB preset_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/data/presets/*.json)
+# The sanitizer build renders every eighth preset: the plain build checks them all.
+set(preset_index 0)
 foreach(file ${preset_files})
+  math(EXPR preset_index "${preset_index} + 1")
+  math(EXPR preset_skip "${preset_index} % 8")
+  if(VANTOR_SANITIZE AND NOT preset_skip EQUAL 1)
+    continue()
+  endif()
   get_filename_component(preset ${file} NAME_WE)
   file(READ ${file} json)
   string(JSON category ERROR_VARIABLE no_category GET "${json}" category)
