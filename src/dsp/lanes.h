@@ -47,6 +47,9 @@ inline Lanes MaskWhere(bool lane0, bool lane1, bool lane2, bool lane3) {
     const auto bits = [](bool on) { return on ? -1 : 0; };
     return {_mm_castsi128_ps(_mm_set_epi32(bits(lane3), bits(lane2), bits(lane1), bits(lane0)))};
 }
+inline Lanes GreaterEqual(Lanes a, Lanes b) {
+    return {_mm_cmpge_ps(a.v, b.v)};
+}
 inline Lanes Select(Lanes mask, Lanes ifSet, Lanes ifClear) {
     return {_mm_or_ps(_mm_and_ps(mask.v, ifSet.v), _mm_andnot_ps(mask.v, ifClear.v))};
 }

@@ -1,6 +1,7 @@
 #include "processor/modules/lfo.h"
 
 #include "dsp/dsputil.h"
+#include "dsp/lanes.h"
 #include "dsp/random.h"
 #include "processor/modules/voices.h"
 
@@ -146,6 +147,102 @@ void SampleAndHold(LfoState& s, const float* source, float* out0, float* out1) {
     }
 }
 
+// The unsoftened triangle of up to four LFOs, one per lane. Every lane makes
+// the scalar step's operations: the phase adds and wraps in double, the
+// rest is float, branches become selects. Unused lanes run on scratch.
+void TriangleLanes(LfoState* const* states, float* const* out0, float* const* out1, int lanes) {
+    alignas(16) double inc[kBlockSize][4] = {};
+    alignas(16) double phase[4] = {};
+    float amplitude[4][kBlockSize] = {};
+    float scratch[2][kBlockSize];
+    float* o0[4] = {scratch[0], scratch[0], scratch[0], scratch[0]};
+    float* o1[4] = {scratch[1], scratch[1], scratch[1], scratch[1]};
+    bool pending[4] = {};
+    for (int l = 0; l < lanes; ++l) {
+        const LfoState& s = *states[l];
+        const double inv = s.invSampleRate;
+        for (int n = 0; n < kBlockSize; ++n) inc[n][l] = static_cast<double>(s.rateHz[n]) * inv;
+        phase[l] = s.shape.phase;
+        std::copy_n(s.amplitude, kBlockSize, amplitude[l]);
+        pending[l] = s.shape.firstHalfPending != 0;
+        o0[l] = out0[l];
+        o1[l] = out1[l];
+    }
+
+    __m128d phase01 = _mm_load_pd(phase);
+    __m128d phase23 = _mm_load_pd(phase + 2);
+    const __m128d half = _mm_set1_pd(0.5);
+    const __m128d restart = _mm_set1_pd(-0.5);
+    const dsp::Lanes zero = dsp::Splat(0.0f);
+    const dsp::Lanes two = dsp::Splat(2.0f);
+    const dsp::Lanes halfF = dsp::Splat(0.5f);
+    dsp::Lanes firstHalf = dsp::MaskWhere(pending[0], pending[1], pending[2], pending[3]);
+    dsp::Lanes restarted = dsp::MaskWhere(false, false, false, false);
+    dsp::Lanes p = zero;
+    dsp::Lanes tri = zero;
+    for (int n0 = 0; n0 < kBlockSize; n0 += 4) {
+        dsp::Lanes ps[4];
+        dsp::Lanes tris[4];
+        for (int j = 0; j < 4; ++j) {
+            const int n = n0 + j;
+            phase01 = _mm_add_pd(phase01, _mm_load_pd(inc[n]));
+            phase23 = _mm_add_pd(phase23, _mm_load_pd(inc[n] + 2));
+            const __m128d wrap01 = _mm_cmpgt_pd(phase01, half);
+            const __m128d wrap23 = _mm_cmpgt_pd(phase23, half);
+            phase01 = _mm_or_pd(_mm_and_pd(wrap01, restart), _mm_andnot_pd(wrap01, phase01));
+            phase23 = _mm_or_pd(_mm_and_pd(wrap23, restart), _mm_andnot_pd(wrap23, phase23));
+            const dsp::Lanes wrapped{_mm_shuffle_ps(_mm_castpd_ps(wrap01), _mm_castpd_ps(wrap23),
+                                                    _MM_SHUFFLE(2, 0, 2, 0))};
+            p = dsp::Lanes{_mm_movelh_ps(_mm_cvtpd_ps(phase01), _mm_cvtpd_ps(phase23))};
+            // The second half restarts the softening counter after a first half.
+            const dsp::Lanes second = dsp::GreaterEqual(p, zero);
+            restarted = dsp::Lanes{
+                _mm_or_ps(restarted.v, _mm_or_ps(wrapped.v, _mm_and_ps(second.v, firstHalf.v)))};
+            firstHalf = dsp::Lanes{_mm_andnot_ps(second.v, _mm_castsi128_ps(_mm_set1_epi32(-1)))};
+            tri = dsp::Select(second, halfF - two * p, two * p + halfF);
+            ps[j] = p;
+            tris[j] = tri;
+        }
+        // Rows are samples, columns LFOs: turn them into one row per LFO.
+        dsp::Lanes a0 = dsp::Load(amplitude[0] + n0);
+        dsp::Lanes a1 = dsp::Load(amplitude[1] + n0);
+        dsp::Lanes a2 = dsp::Load(amplitude[2] + n0);
+        dsp::Lanes a3 = dsp::Load(amplitude[3] + n0);
+        dsp::Transpose(a0, a1, a2, a3);
+        tris[0] = tris[0] * a0;
+        tris[1] = tris[1] * a1;
+        tris[2] = tris[2] * a2;
+        tris[3] = tris[3] * a3;
+        dsp::Transpose(ps[0], ps[1], ps[2], ps[3]);
+        dsp::Transpose(tris[0], tris[1], tris[2], tris[3]);
+        for (int l = 0; l < 4; ++l) {
+            dsp::Store(o1[l] + n0, ps[l]);
+            dsp::Store(o0[l] + n0, tris[l]);
+        }
+    }
+
+    _mm_store_pd(phase, phase01);
+    _mm_store_pd(phase + 2, phase23);
+    float last[4];
+    float lastTri[4];
+    float restartedBits[4];
+    float firstHalfBits[4];
+    dsp::Store(last, p);
+    dsp::Store(lastTri, tri);
+    dsp::Store(restartedBits, restarted);
+    dsp::Store(firstHalfBits, firstHalf);
+    for (int l = 0; l < lanes; ++l) {
+        dsp::PeriodicShape& shape = states[l]->shape;
+        shape.phase = phase[l];
+        shape.phaseOut = last[l];
+        shape.fallingSawValue = -last[l];
+        shape.triangleValue = lastTri[l];
+        shape.squareValue = last[l] >= 0.0f ? 0.5f : 0.0f;
+        if (std::signbit(restartedBits[l])) shape.softenCounter = 0;
+        shape.firstHalfPending = std::signbit(firstHalfBits[l]) ? 1 : 0;
+    }
+}
+
 void Derive(LfoState& s) {
     const ParamRecord<kLfoParamCount>& p = s.params;
     s.syncOn = p[kLfoSync] > 0.0f;
@@ -175,15 +272,10 @@ void RefreshParams(LfoState& s) {
     if (s.params.Refresh()) Derive(s);
 }
 
-int32_t Process(LfoState& s, Inputs in, uint64_t, Outputs out, uint64_t,
-                const ProcessContext& ctx) {
+void Prepare(LfoState& s, const float* speedMod, const float* ampMod, const ProcessContext& ctx) {
     RefreshParams(s);
-    if (ctx.voiceState == nullptr) return kProcessMissing;
     const bool gate = HasVoice(ctx.voiceState->gateVoices, s.voiceIndex);
     const bool trigger = HasVoice(ctx.voiceState->triggerVoices, s.voiceIndex);
-    if (out == nullptr || out[0] == nullptr || out[1] == nullptr) return kProcessMissing;
-    float* out0 = out[0];
-    float* out1 = out[1];
 
     if (ctx.sampleRate != s.lastSampleRate) {
         s.lastSampleRate = ctx.sampleRate;
@@ -201,9 +293,6 @@ int32_t Process(LfoState& s, Inputs in, uint64_t, Outputs out, uint64_t,
     }
     s.prevGate = gate ? 1 : 0;
 
-    const float* speedMod = in != nullptr ? in[0] : nullptr;
-    const float* ampMod = in != nullptr ? in[1] : nullptr;
-    const float* source = in != nullptr ? in[2] : nullptr;
     if (ampMod != nullptr) {
         const float amp = s.params[kLfoAmp];
         for (int n = 0; n < kBlockSize; ++n)
@@ -212,23 +301,50 @@ int32_t Process(LfoState& s, Inputs in, uint64_t, Outputs out, uint64_t,
 
     switch (s.wave) {
     case LfoWave::RandomSteps:
-        ComputePeriods(s, speedMod, ctx.tempo);
-        RandomWave(s, s.randomSteps, s.periodSeconds, out0, out1);
-        break;
+    case LfoWave::SampleAndHold: ComputePeriods(s, speedMod, ctx.tempo); break;
+    case LfoWave::FastRandomSteps: break;
+    default: ComputeRates(s, speedMod, ctx.tempo); break;
+    }
+}
+
+bool InLanes(const LfoState& s) {
+    return s.wave == LfoWave::Triangle && !s.softened;
+}
+
+void ProcessInLanes(LfoState* const* states, float* const* out0, float* const* out1, int count) {
+    for (int first = 0; first < count; first += 4) {
+        const int lanes = std::min(4, count - first);
+        TriangleLanes(states + first, out0 + first, out1 + first, lanes);
+    }
+}
+
+int32_t Process(LfoState& s, Inputs in, uint64_t, Outputs out, uint64_t,
+                const ProcessContext& ctx) {
+    RefreshParams(s);
+    if (ctx.voiceState == nullptr) return kProcessMissing;
+    if (out == nullptr || out[0] == nullptr || out[1] == nullptr) return kProcessMissing;
+    float* out0 = out[0];
+    float* out1 = out[1];
+    const float* speedMod = in != nullptr ? in[0] : nullptr;
+    const float* ampMod = in != nullptr ? in[1] : nullptr;
+    const float* source = in != nullptr ? in[2] : nullptr;
+    Prepare(s, speedMod, ampMod, ctx);
+
+    if (InLanes(s)) {
+        LfoState* const one[1] = {&s};
+        ProcessInLanes(one, &out0, &out1, 1);
+        return kProcessOk;
+    }
+    switch (s.wave) {
+    case LfoWave::RandomSteps: RandomWave(s, s.randomSteps, s.periodSeconds, out0, out1); break;
     case LfoWave::FastRandomSteps: {
         float period[kBlockSize];
         std::fill_n(period, kBlockSize, kLfoFastRandomPeriod);
         RandomWave(s, s.fastRandomSteps, period, out0, out1);
         break;
     }
-    case LfoWave::SampleAndHold:
-        ComputePeriods(s, speedMod, ctx.tempo);
-        SampleAndHold(s, source, out0, out1);
-        break;
-    default:
-        ComputeRates(s, speedMod, ctx.tempo);
-        PeriodicWaves(s, out0, out1);
-        break;
+    case LfoWave::SampleAndHold: SampleAndHold(s, source, out0, out1); break;
+    default: PeriodicWaves(s, out0, out1); break;
     }
     return kProcessOk;
 }

@@ -257,3 +257,56 @@ TEST_F(LfoTest, SoftenedWavesRandomStepsAndRetriggersMatchTheModel) {
         }
     }
 }
+
+TEST(LfoLanes, TrianglesTogetherMatchTheSharedScalarStep) {
+    // Six unsoftened triangles (a group of four and a pair) with different
+    // rates, a speed that moves within the block, phases about to wrap and
+    // both halves pending: outputs and state must equal the scalar step.
+    VoiceState voices;
+    voices.activeVoices = 1;
+    const ProcessContext ctx{120.0f, 48000.0f, kBlockSize, &voices};
+    LfoState lfos[6];
+    LfoState* group[6];
+    float values[6][kLfoParamCount] = {};
+    float speed[6][kBlockSize] = {}, amp[6][kBlockSize] = {}, o0[6][kBlockSize], o1[6][kBlockSize];
+    float* out0[6];
+    float* out1[6];
+    for (int i = 0; i < 6; ++i) {
+        Init(lfos[i], 0);
+        values[i][kLfoSpeed] = 0.15f * static_cast<float>(i + 1);
+        values[i][kLfoAmp] = 0.2f;
+        BindAll(lfos[i].params, values[i]);
+        group[i] = &lfos[i], out0[i] = o0[i], out1[i] = o1[i];
+    }
+    for (int n = 0; n < kBlockSize; ++n) speed[2][n] = 0.01f * static_cast<float>(n);
+    lfos[1].shape.phase = 0.4999;
+    lfos[4].shape.phase = -0.0001;
+    lfos[4].shape.firstHalfPending = 1;
+    lfos[5].shape.softenCounter = 9;
+    for (int block = 0; block < 40; ++block) {
+        for (int n = 0; n < kBlockSize; ++n) amp[0][n] = 0.03f * static_cast<float>(n % 7);
+        Norvell::dsp::PeriodicShape reference[6];
+        for (int i = 0; i < 6; ++i) {
+            Prepare(lfos[i], speed[i], amp[i], ctx);
+            ASSERT_TRUE(InLanes(lfos[i]));
+            reference[i] = lfos[i].shape;
+        }
+        ProcessInLanes(group, out0, out1, 6);
+        for (int i = 0; i < 6; ++i) {
+            const LfoState& s = lfos[i];
+            Norvell::dsp::PeriodicShape& r = reference[i];
+            for (int n = 0; n < kBlockSize; ++n) {
+                Norvell::dsp::StepPeriodic(r, static_cast<double>(s.rateHz[n]) * s.invSampleRate,
+                                           false, s.softening, {0.5f, -0.5f});
+                ASSERT_EQ(o1[i][n], r.phaseOut) << block << " " << i << " " << n;
+                ASSERT_EQ(o0[i][n], r.triangleValue * s.amplitude[n]) << block << " " << i;
+            }
+            EXPECT_EQ(s.shape.phase, r.phase);
+            EXPECT_EQ(s.shape.squareValue, r.squareValue);
+            EXPECT_EQ(s.shape.fallingSawValue, r.fallingSawValue);
+            EXPECT_EQ(s.shape.triangleValue, r.triangleValue);
+            EXPECT_EQ(s.shape.softenCounter, r.softenCounter) << block << " " << i;
+            EXPECT_EQ(s.shape.firstHalfPending, r.firstHalfPending);
+        }
+    }
+}
