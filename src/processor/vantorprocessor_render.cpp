@@ -397,7 +397,9 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring,
 // The LFOs on an unsoftened triangle run before the back halves, four at a
 // time across voices. They read only their voice's matrix destinations and
 // note state and draw no random numbers, so running them ahead of the VCAs
-// and of the other voices' back halves changes nothing.
+// and of the other voices' back halves changes nothing, with one exception:
+// a sample and hold of an LFO that comes later in the voice reads that LFO's
+// previous block, so such an LFO stays in the back half.
 void VantorProcessor::RenderLaneLfos(const int* voices, int count) {
     Modules& m = *modules;
     LfoState* states[5 * kVoiceCount];
@@ -408,10 +410,17 @@ void VantorProcessor::RenderLaneLfos(const int* voices, int count) {
         const int v = voices[i];
         VoiceBuffers& vb = signals->voices[v];
         lfosInLanes[v] = 0;
+        uint32_t heldBefore = 0; // bit k: an earlier LFO samples LFO k
+        for (int j = 0; j < 5; ++j) {
+            LfoState& lfo = m.lfos[5 * v + j];
+            RefreshParams(lfo);
+            if (lfo.wave != LfoWave::SampleAndHold) continue;
+            for (int k = j + 1; k < 5; ++k)
+                if (lfo.inputIndex == LfoSource(k)) heldBefore |= 1u << k;
+        }
         for (int k = 0; k < 5; ++k) {
             LfoState& lfo = m.lfos[5 * v + k];
-            RefreshParams(lfo);
-            if (!InLanes(lfo)) continue;
+            if (!InLanes(lfo) || ((heldBefore >> k) & 1u) != 0) continue;
             Prepare(lfo, vb.destinations[LfoSpeedDst(k)], vb.destinations[LfoAmpDst(k)],
                     processContext);
             lfosInLanes[v] |= 1u << k;
