@@ -28,10 +28,7 @@ float RateAt(const LfoState& s, float speedMod, float tempo) {
 // True when every sample of the speed modulation equals the first (or there
 // is none), so one rate serves the whole block.
 bool Uniform(const float* speedMod) {
-    if (speedMod == nullptr) return true;
-    bool same = true;
-    for (int n = 1; n < kBlockSize; ++n) same = same && speedMod[n] == speedMod[0];
-    return same;
+    return speedMod == nullptr || dsp::AllEqualFirst(speedMod, kBlockSize);
 }
 
 // Rate in Hz of every sample of the block.
@@ -151,19 +148,24 @@ void SampleAndHold(LfoState& s, const float* source, float* out0, float* out1) {
 // the scalar step's operations: the phase adds and wraps in double, the
 // rest is float, branches become selects. Unused lanes run on scratch.
 void TriangleLanes(LfoState* const* states, float* const* out0, float* const* out1, int lanes) {
-    alignas(16) double inc[kBlockSize][4] = {};
+    static constexpr float kSilent[kBlockSize] = {};
+    alignas(16) double inc[kBlockSize][4]; // every lane written below
     alignas(16) double phase[4] = {};
-    float amplitude[4][kBlockSize] = {};
+    const float* amplitude[4] = {kSilent, kSilent, kSilent, kSilent};
     float scratch[2][kBlockSize];
     float* o0[4] = {scratch[0], scratch[0], scratch[0], scratch[0]};
     float* o1[4] = {scratch[1], scratch[1], scratch[1], scratch[1]};
     bool pending[4] = {};
-    for (int l = 0; l < lanes; ++l) {
+    for (int l = 0; l < 4; ++l) {
+        if (l >= lanes) {
+            for (int n = 0; n < kBlockSize; ++n) inc[n][l] = 0.0;
+            continue;
+        }
         const LfoState& s = *states[l];
         const double inv = s.invSampleRate;
         for (int n = 0; n < kBlockSize; ++n) inc[n][l] = static_cast<double>(s.rateHz[n]) * inv;
         phase[l] = s.shape.phase;
-        std::copy_n(s.amplitude, kBlockSize, amplitude[l]);
+        amplitude[l] = s.amplitude;
         pending[l] = s.shape.firstHalfPending != 0;
         o0[l] = out0[l];
         o1[l] = out1[l];
