@@ -259,21 +259,22 @@ TEST_F(LfoTest, SoftenedWavesRandomStepsAndRetriggersMatchTheModel) {
 }
 
 TEST(LfoLanes, TrianglesTogetherMatchTheSharedScalarStep) {
-    // Six unsoftened triangles (a group of four and a pair) with different
+    // Ten unsoftened triangles (two groups of four, then a pair) with different
     // rates, a speed that moves within the block, phases about to wrap and
     // both halves pending: outputs and state must equal the scalar step.
     VoiceState voices;
     voices.activeVoices = 1;
     const ProcessContext ctx{120.0f, 48000.0f, kBlockSize, &voices};
-    LfoState lfos[6];
-    LfoState* group[6];
-    float values[6][kLfoParamCount] = {};
-    float speed[6][kBlockSize] = {}, amp[6][kBlockSize] = {}, o0[6][kBlockSize], o1[6][kBlockSize];
-    float* out0[6];
-    float* out1[6];
-    for (int i = 0; i < 6; ++i) {
+    LfoState lfos[10];
+    LfoState* group[10];
+    float values[10][kLfoParamCount] = {};
+    float speed[10][kBlockSize] = {}, amp[10][kBlockSize] = {}, o0[10][kBlockSize],
+          o1[10][kBlockSize];
+    float* out0[10];
+    float* out1[10];
+    for (int i = 0; i < 10; ++i) {
         Init(lfos[i], 0);
-        values[i][kLfoSpeed] = 0.15f * static_cast<float>(i + 1);
+        values[i][kLfoSpeed] = 0.09f * static_cast<float>(i + 1);
         values[i][kLfoAmp] = 0.2f;
         BindAll(lfos[i].params, values[i]);
         group[i] = &lfos[i], out0[i] = o0[i], out1[i] = o1[i];
@@ -283,16 +284,17 @@ TEST(LfoLanes, TrianglesTogetherMatchTheSharedScalarStep) {
     lfos[4].shape.phase = -0.0001;
     lfos[4].shape.firstHalfPending = 1;
     lfos[5].shape.softenCounter = 9;
+    lfos[9].shape.phase = 0.49995;
     for (int block = 0; block < 40; ++block) {
         for (int n = 0; n < kBlockSize; ++n) amp[0][n] = 0.03f * static_cast<float>(n % 7);
-        Norvell::dsp::PeriodicShape reference[6];
-        for (int i = 0; i < 6; ++i) {
+        Norvell::dsp::PeriodicShape reference[10];
+        for (int i = 0; i < 10; ++i) {
             Prepare(lfos[i], speed[i], amp[i], ctx);
             ASSERT_TRUE(InLanes(lfos[i]));
             reference[i] = lfos[i].shape;
         }
-        ProcessInLanes(group, out0, out1, 6);
-        for (int i = 0; i < 6; ++i) {
+        ProcessInLanes(group, out0, out1, 10);
+        for (int i = 0; i < 10; ++i) {
             const LfoState& s = lfos[i];
             Norvell::dsp::PeriodicShape& r = reference[i];
             for (int n = 0; n < kBlockSize; ++n) {
