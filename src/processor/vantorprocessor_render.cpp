@@ -394,7 +394,7 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring,
     return {&filter, wiring.in, wiring.out, runAnyway};
 }
 
-// The LFOs on an unsoftened triangle run before the back halves, four at a
+// The LFOs on an unsoftened periodic wave run before the back halves, four at a
 // time across voices. They read only their voice's matrix destinations and
 // note state and draw no random numbers, so running them ahead of the VCAs
 // and of the other voices' back halves changes nothing, with one exception:

@@ -144,12 +144,15 @@ void SampleAndHold(LfoState& s, const float* source, float* out0, float* out1) {
     }
 }
 
-// The unsoftened triangle of up to four LFOs, one per lane. Every lane makes
-// the scalar step's operations: the phase adds and wraps in double, the
-// rest is float, branches become selects. Unused lanes run on scratch.
-void TriangleLanes(LfoState* const* states, float* const* out0, float* const* out1, int lanes) {
+// The unsoftened periodic waves of up to four LFOs, one per lane. Every lane
+// makes the scalar step's operations: the phase adds and wraps in double,
+// the rest is float, branches become selects. Unused lanes run on scratch.
+void PeriodicLanes(LfoState* const* states, float* const* out0, float* const* out1, int lanes) {
     static constexpr float kSilent[kBlockSize] = {};
     alignas(16) double inc[kBlockSize][4]; // every lane written below
+    alignas(16) float slewInc[kBlockSize][4];
+    bool isWave[4][4] = {}; // [wave][lane]
+    LfoSlew slew[4] = {};
     alignas(16) double phase[4] = {};
     const float* amplitude[4] = {kSilent, kSilent, kSilent, kSilent};
     float scratch[2][kBlockSize];
@@ -159,11 +162,17 @@ void TriangleLanes(LfoState* const* states, float* const* out0, float* const* ou
     for (int l = 0; l < 4; ++l) {
         if (l >= lanes) {
             for (int n = 0; n < kBlockSize; ++n) inc[n][l] = 0.0;
+            for (int n = 0; n < kBlockSize; ++n) slewInc[n][l] = 0.0f;
+            isWave[0][l] = true;
             continue;
         }
         const LfoState& s = *states[l];
         const double inv = s.invSampleRate;
         for (int n = 0; n < kBlockSize; ++n) inc[n][l] = static_cast<double>(s.rateHz[n]) * inv;
+        for (int n = 0; n < kBlockSize; ++n) slewInc[n][l] = s.rateHz[n] * s.invSampleRate;
+        const auto wave = static_cast<uint32_t>(s.wave);
+        isWave[wave][l] = true;
+        if (wave != 0) slew[l] = s.slew[wave - 1];
         phase[l] = s.shape.phase;
         amplitude[l] = s.amplitude;
         pending[l] = s.shape.firstHalfPending != 0;
@@ -182,6 +191,27 @@ void TriangleLanes(LfoState* const* states, float* const* out0, float* const* ou
     dsp::Lanes restarted = dsp::MaskWhere(false, false, false, false);
     dsp::Lanes p = zero;
     dsp::Lanes tri = zero;
+    const auto waveMask = [&](int w) {
+        return dsp::MaskWhere(isWave[w][0], isWave[w][1], isWave[w][2], isWave[w][3]);
+    };
+    const dsp::Lanes isTriangle = waveMask(0);
+    const dsp::Lanes isSquare = waveMask(1);
+    const dsp::Lanes isRising = waveMask(2);
+    const dsp::Lanes signBit = dsp::Splat(-0.0f);
+    const dsp::Lanes thirtyTwo = dsp::Splat(32.0f);
+    const dsp::Lanes thirtyOne = dsp::Splat(31.0f);
+    const dsp::Lanes fallSlope = dsp::Splat(0.96875f);
+    const dsp::Lanes jumpLimit = dsp::Splat(0.9f);
+    const dsp::Lanes one = dsp::Splat(1.0f);
+    dsp::Lanes previous{
+        _mm_setr_ps(slew[0].previous, slew[1].previous, slew[2].previous, slew[3].previous)};
+    dsp::Lanes held{_mm_setr_ps(slew[0].held, slew[1].held, slew[2].held, slew[3].held)};
+    dsp::Lanes step{_mm_setr_ps(slew[0].step, slew[1].step, slew[2].step, slew[3].step)};
+    dsp::Lanes counter{
+        _mm_setr_ps(static_cast<float>(slew[0].counter), static_cast<float>(slew[1].counter),
+                    static_cast<float>(slew[2].counter), static_cast<float>(slew[3].counter))};
+    dsp::Lanes active = dsp::MaskWhere(slew[0].active != 0, slew[1].active != 0,
+                                       slew[2].active != 0, slew[3].active != 0);
     for (int n0 = 0; n0 < kBlockSize; n0 += 4) {
         dsp::Lanes ps[4];
         dsp::Lanes tris[4];
@@ -202,8 +232,28 @@ void TriangleLanes(LfoState* const* states, float* const* out0, float* const* ou
                 _mm_or_ps(restarted.v, _mm_or_ps(wrapped.v, _mm_and_ps(second.v, firstHalf.v)))};
             firstHalf = dsp::Lanes{_mm_andnot_ps(second.v, _mm_castsi128_ps(_mm_set1_epi32(-1)))};
             tri = dsp::Select(second, halfF - two * p, two * p + halfF);
+            // Square, rising or falling saw, with a 32-sample ramp for a jump.
+            const dsp::Lanes square = dsp::Select(second, halfF, zero);
+            const dsp::Lanes falling{_mm_xor_ps(p.v, signBit.v)};
+            const dsp::Lanes w = dsp::Select(isSquare, square, dsp::Select(isRising, p, falling));
+            const dsp::Lanes slope = dsp::Load(slewInc[n]);
+            const dsp::Lanes jump = w - previous;
+            const dsp::Lanes big{_mm_cmpgt_ps(_mm_andnot_ps(signBit.v, jump.v), jumpLimit.v)};
+            const dsp::Lanes ramp =
+                dsp::Select(isSquare, jump / thirtyTwo,
+                            dsp::Select(isRising, (jump - thirtyOne * slope) / thirtyTwo,
+                                        jump / thirtyTwo + fallSlope * slope));
+            held = dsp::Select(big, previous, held);
+            step = dsp::Select(big, ramp, step);
+            active = dsp::Lanes{_mm_or_ps(active.v, big.v)};
+            held = dsp::Select(active, held + step, held);
+            const dsp::Lanes value = dsp::Select(active, held, w);
+            const dsp::Lanes done{_mm_and_ps(active.v, dsp::GreaterEqual(counter, thirtyOne).v)};
+            counter = dsp::Select(active, dsp::Select(done, zero, counter + one), counter);
+            active = dsp::Lanes{_mm_andnot_ps(done.v, active.v)};
+            previous = w;
             ps[j] = p;
-            tris[j] = tri;
+            tris[j] = dsp::Select(isTriangle, tri, value);
         }
         // Rows are samples, columns LFOs: turn them into one row per LFO.
         dsp::Lanes a0 = dsp::Load(amplitude[0] + n0);
@@ -242,6 +292,26 @@ void TriangleLanes(LfoState* const* states, float* const* out0, float* const* ou
         shape.squareValue = last[l] >= 0.0f ? 0.5f : 0.0f;
         if (std::signbit(restartedBits[l])) shape.softenCounter = 0;
         shape.firstHalfPending = std::signbit(firstHalfBits[l]) ? 1 : 0;
+    }
+    float slewPrevious[4];
+    float slewHeld[4];
+    float slewStep[4];
+    float slewCounter[4];
+    float slewActive[4];
+    dsp::Store(slewPrevious, previous);
+    dsp::Store(slewHeld, held);
+    dsp::Store(slewStep, step);
+    dsp::Store(slewCounter, counter);
+    dsp::Store(slewActive, active);
+    for (int l = 0; l < lanes; ++l) {
+        const auto wave = static_cast<uint32_t>(states[l]->wave);
+        if (wave == 0) continue;
+        LfoSlew& out = states[l]->slew[wave - 1];
+        out.previous = slewPrevious[l];
+        out.held = slewHeld[l];
+        out.step = slewStep[l];
+        out.counter = static_cast<uint32_t>(slewCounter[l]);
+        out.active = std::signbit(slewActive[l]) ? 1 : 0;
     }
 }
 
@@ -310,13 +380,13 @@ void Prepare(LfoState& s, const float* speedMod, const float* ampMod, const Proc
 }
 
 bool InLanes(const LfoState& s) {
-    return s.wave == LfoWave::Triangle && !s.softened;
+    return s.wave <= LfoWave::FallingSaw && !s.softened;
 }
 
 void ProcessInLanes(LfoState* const* states, float* const* out0, float* const* out1, int count) {
     for (int first = 0; first < count; first += 4) {
         const int lanes = std::min(4, count - first);
-        TriangleLanes(states + first, out0 + first, out1 + first, lanes);
+        PeriodicLanes(states + first, out0 + first, out1 + first, lanes);
     }
 }
 
