@@ -147,6 +147,8 @@ void SampleAndHold(LfoState& s, const float* source, float* out0, float* out1) {
 // The unsoftened periodic waves of up to four LFOs, one per lane. Every lane
 // makes the scalar step's operations: the phase adds and wraps in double,
 // the rest is float, branches become selects. Unused lanes run on scratch.
+// The ramps of square and saws are stepped only in groups that have one.
+template <bool kSlewed>
 void PeriodicLanes(LfoState* const* states, float* const* out0, float* const* out1, int lanes) {
     static constexpr float kSilent[kBlockSize] = {};
     alignas(16) double inc[kBlockSize][4]; // every lane written below
@@ -232,6 +234,11 @@ void PeriodicLanes(LfoState* const* states, float* const* out0, float* const* ou
                 _mm_or_ps(restarted.v, _mm_or_ps(wrapped.v, _mm_and_ps(second.v, firstHalf.v)))};
             firstHalf = dsp::Lanes{_mm_andnot_ps(second.v, _mm_castsi128_ps(_mm_set1_epi32(-1)))};
             tri = dsp::Select(second, halfF - two * p, two * p + halfF);
+            ps[j] = p;
+            if constexpr (!kSlewed) {
+                tris[j] = tri;
+                continue;
+            }
             // Square, rising or falling saw, with a 32-sample ramp for a jump.
             const dsp::Lanes square = dsp::Select(second, halfF, zero);
             const dsp::Lanes falling{_mm_xor_ps(p.v, signBit.v)};
@@ -252,7 +259,6 @@ void PeriodicLanes(LfoState* const* states, float* const* out0, float* const* ou
             counter = dsp::Select(active, dsp::Select(done, zero, counter + one), counter);
             active = dsp::Lanes{_mm_andnot_ps(done.v, active.v)};
             previous = w;
-            ps[j] = p;
             tris[j] = dsp::Select(isTriangle, tri, value);
         }
         // Rows are samples, columns LFOs: turn them into one row per LFO.
@@ -386,7 +392,13 @@ bool InLanes(const LfoState& s) {
 void ProcessInLanes(LfoState* const* states, float* const* out0, float* const* out1, int count) {
     for (int first = 0; first < count; first += 4) {
         const int lanes = std::min(4, count - first);
-        PeriodicLanes(states + first, out0 + first, out1 + first, lanes);
+        bool slewed = false;
+        for (int l = 0; l < lanes; ++l)
+            slewed = slewed || states[first + l]->wave != LfoWave::Triangle;
+        if (slewed)
+            PeriodicLanes<true>(states + first, out0 + first, out1 + first, lanes);
+        else
+            PeriodicLanes<false>(states + first, out0 + first, out1 + first, lanes);
     }
 }
 
