@@ -47,8 +47,24 @@ inline Lanes MaskWhere(bool lane0, bool lane1, bool lane2, bool lane3) {
     const auto bits = [](bool on) { return on ? -1 : 0; };
     return {_mm_castsi128_ps(_mm_set_epi32(bits(lane3), bits(lane2), bits(lane1), bits(lane0)))};
 }
+inline Lanes Equal(Lanes a, Lanes b) {
+    return {_mm_cmpeq_ps(a.v, b.v)};
+}
+inline Lanes GreaterEqual(Lanes a, Lanes b) {
+    return {_mm_cmpge_ps(a.v, b.v)};
+}
 inline Lanes Select(Lanes mask, Lanes ifSet, Lanes ifClear) {
     return {_mm_or_ps(_mm_and_ps(mask.v, ifSet.v), _mm_andnot_ps(mask.v, ifClear.v))};
+}
+
+// True when every sample of a block of `count` (a multiple of four) equals
+// the first, as == compares them (a NaN equals nothing).
+inline bool AllEqualFirst(const float* x, int count) {
+    const __m128 first = _mm_set1_ps(x[0]);
+    __m128 same = _mm_cmpeq_ps(_mm_loadu_ps(x), first);
+    for (int i = 4; i < count; i += 4)
+        same = _mm_and_ps(same, _mm_cmpeq_ps(_mm_loadu_ps(x + i), first));
+    return _mm_movemask_ps(same) == 0xF;
 }
 
 // |x| < FLT_MIN gives +0 (NaN stays NaN), as the scalar subnormal flush does.

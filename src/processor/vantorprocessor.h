@@ -15,6 +15,7 @@ namespace Norvell::Vantor {
 
 class SignalBank;
 struct ModuleTypeInfo;
+struct OscillatorState;
 
 class VantorProcessor final : public Processor::IProcessor_V3 {
 public:
@@ -90,7 +91,13 @@ private:
     };
     void RenderVoices();
     bool RandomDrawsKeepOrder(const int* enabled, int count) const;
-    VcfCall RenderVoiceFront(int v, FilterWiring& wiring);
+    // Oscillators of inactive voices whose phase is still to be advanced.
+    struct RestingOscillators {
+        OscillatorState* states[2 * kVoiceCount];
+        int count;
+    };
+    VcfCall RenderVoiceFront(int v, FilterWiring& wiring, RestingOscillators& resting);
+    void RenderLaneLfos(const int* voices, int count);
     void RenderVoiceBack(int v);
     bool Vca1Silent(int v) const;
     float* SelectedSource(int v, int32_t index) const;
@@ -148,6 +155,7 @@ private:
     uint64_t deferredNoteOffCount = 0;
     bool sustainWasOn = false;
     uint32_t sourcesInUse[kVoiceCount] = {}; // bit s: source s of the voice is read
+    uint32_t lfosInLanes[kVoiceCount] = {};  // bit k: LFO k of the voice ran in lanes this block
 
     bool initFailed = false;
     float dcState[2] = {};

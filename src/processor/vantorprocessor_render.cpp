@@ -232,14 +232,23 @@ void VantorProcessor::RenderVoices() {
 
     FilterWiring wiring[kVoiceCount] = {};
     VcfCall calls[kVoiceCount] = {};
+    // A resting oscillator's phase is read by nothing but its own next call
+    // (or a reset in its voice's back half), so it may move on later, with
+    // the other resting oscillators.
+    RestingOscillators resting{{}, 0};
     if (RandomDrawsKeepOrder(enabled, count)) {
-        for (int i = 0; i < count; ++i) calls[i] = RenderVoiceFront(enabled[i], wiring[i]);
+        for (int i = 0; i < count; ++i) calls[i] = RenderVoiceFront(enabled[i], wiring[i], resting);
+        AdvanceResting(resting.states, resting.count);
         ProcessVoices(calls, count, processContext);
+        RenderLaneLfos(enabled, count);
         for (int i = 0; i < count; ++i) RenderVoiceBack(enabled[i]);
     } else {
         for (int i = 0; i < count; ++i) {
-            calls[i] = RenderVoiceFront(enabled[i], wiring[i]);
+            resting.count = 0;
+            calls[i] = RenderVoiceFront(enabled[i], wiring[i], resting);
+            AdvanceResting(resting.states, resting.count);
             ProcessVoices(&calls[i], 1, processContext);
+            RenderLaneLfos(&enabled[i], 1);
             RenderVoiceBack(enabled[i]);
         }
     }
@@ -284,7 +293,8 @@ bool VantorProcessor::Vca1Silent(int v) const {
     return true;
 }
 
-VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
+VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring,
+                                          RestingOscillators& resting) {
     SignalBank& bank = *signals;
     Modules& m = *modules;
     VoiceBuffers& vb = bank.voices[v];
@@ -339,7 +349,14 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
     const bool runAnyway = m.vcas[2 * v + 1].gain > 0.0f && !Vca1Silent(v);
 
     // Oscillators: oscillator 1 drives oscillator 2's sync, oscillator 2 the FM.
+    const bool rests = !runAnyway && !HasVoice(voiceState.activeVoices, v);
     for (int k = 0; k < 2; ++k) {
+        OscillatorState& osc = m.oscillators[2 * v + k];
+        if (rests) {
+            Rest(osc, vb.oscAudio[k]);
+            resting.states[resting.count++] = &osc;
+            continue;
+        }
         float* in[kOscInputCount] = {};
         for (int i : {kOscInPitch, kOscInPulseWidth, kOscInVolume}) in[i] = dst[OscDst(k, i)];
         in[kOscInSync] = k == 1 ? vb.oscOut0[0] : nullptr;
@@ -350,7 +367,7 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
         in[kOscInJitter] = bank.ambientNoise;
         in[kOscInFmActive] = k == 1 || !fmToFilter ? vb.fmOut[1] : nullptr;
         float* out[2] = {vb.oscOut0[k], vb.oscAudio[k]};
-        Process(m.oscillators[2 * v + k], in, 1, out, 2, ctx, runAnyway);
+        Process(osc, in, 1, out, 2, ctx, runAnyway);
     }
 
     // FM amount
@@ -375,6 +392,45 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring) {
     wiring.in[kVcfInFm] = fmToFilter ? vb.fmOut[0] : nullptr;
     wiring.out[0] = vb.filter;
     return {&filter, wiring.in, wiring.out, runAnyway};
+}
+
+// The LFOs on an unsoftened periodic wave run before the back halves, four at a
+// time across voices. They read only their voice's matrix destinations and
+// note state and draw no random numbers, so running them ahead of the VCAs
+// and of the other voices' back halves changes nothing, with one exception:
+// a sample and hold of an LFO that comes later in the voice reads that LFO's
+// previous block, so such an LFO stays in the back half.
+void VantorProcessor::RenderLaneLfos(const int* voices, int count) {
+    Modules& m = *modules;
+    LfoState* states[5 * kVoiceCount];
+    float* out0[5 * kVoiceCount];
+    float* out1[5 * kVoiceCount];
+    int n = 0;
+    for (int i = 0; i < count; ++i) {
+        const int v = voices[i];
+        VoiceBuffers& vb = signals->voices[v];
+        lfosInLanes[v] = 0;
+        uint32_t heldBefore = 0; // bit k: an earlier LFO samples LFO k
+        for (int j = 0; j < 5; ++j) {
+            LfoState& lfo = m.lfos[5 * v + j];
+            RefreshParams(lfo);
+            if (lfo.wave != LfoWave::SampleAndHold) continue;
+            for (int k = j + 1; k < 5; ++k)
+                if (lfo.inputIndex == LfoSource(k)) heldBefore |= 1u << k;
+        }
+        for (int k = 0; k < 5; ++k) {
+            LfoState& lfo = m.lfos[5 * v + k];
+            if (!InLanes(lfo) || ((heldBefore >> k) & 1u) != 0) continue;
+            Prepare(lfo, vb.destinations[LfoSpeedDst(k)], vb.destinations[LfoAmpDst(k)],
+                    processContext);
+            lfosInLanes[v] |= 1u << k;
+            states[n] = &lfo;
+            out0[n] = vb.lfoOut[k];
+            out1[n] = vb.lfoTrigger[k];
+            ++n;
+        }
+    }
+    ProcessInLanes(states, out0, out1, n);
 }
 
 void VantorProcessor::RenderVoiceBack(int v) {
@@ -402,6 +458,7 @@ void VantorProcessor::RenderVoiceBack(int v) {
 
     // LFOs
     for (int k = 0; k < 5; ++k) {
+        if (((lfosInLanes[v] >> k) & 1u) != 0) continue;
         LfoState& lfo = m.lfos[5 * v + k];
         float* in[kLfoInputCount] = {};
         in[kLfoInSpeed] = dst[LfoSpeedDst(k)];

@@ -246,3 +246,31 @@ TEST(VoiceChain, SourceSelectionsTakeEffectInTheirFirstBlock) {
         EXPECT_GT(written[31], 0.0f) << c.name;
     }
 }
+
+TEST(VoiceChain, SampleAndHoldOfALaterLfoTakesItsPreviousBlock) {
+    // LFO 1 holds LFO 2, which runs after it in the voice: each step takes
+    // LFO 2's value of the block before, whatever way the LFOs are grouped.
+    EngineHarness h;
+    SawVoice(h);
+    h.Set("voice1_lfo1_wave", 1.0f);
+    h.Set("voice1_lfo1_speed", 0.9f); // steps at varying points of the block
+    h.Set("voice1_lfo1_amp", 1.0f);
+    h.Set("voice1_lfo1_input_selector", (17 + 0.5f) / 28.0f);
+    h.Set("voice1_lfo2_speed", 1.0f);
+    h.Set("voice1_lfo2_amp", 1.0f);
+    h.NoteOn(60);
+    const auto& voice = h.Processor().Signals().voices[0];
+    int steps = 0;
+    for (int b = 0; b < 1000; ++b) {
+        float before[32];
+        std::copy_n(voice.lfoOut[1], 32, before);
+        h.RenderBlocks(1);
+        for (int n = 0; n + 1 < 32; ++n) {
+            if (voice.lfoTrigger[0][n] != 1.0f || voice.lfoTrigger[0][n + 1] == 1.0f) continue;
+            EXPECT_EQ(voice.lfoOut[0][n + 1], before[n]) << b << " " << n;
+            EXPECT_NE(voice.lfoOut[0][n + 1], voice.lfoOut[1][n]) << b << " " << n;
+            ++steps;
+        }
+    }
+    EXPECT_GT(steps, 3);
+}

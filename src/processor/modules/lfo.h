@@ -99,4 +99,13 @@ void RefreshParams(LfoState& state);
 int32_t Process(LfoState& state, Inputs in, uint64_t count, Outputs out, uint64_t outCount,
                 const ProcessContext& ctx);
 
+// Process in parts, for LFOs run together across voices. Prepare does the
+// per-block work before the wave (parameters, retrigger, amplitude, rates);
+// an LFO for which InLanes holds then runs its wave through ProcessInLanes,
+// which gives each LFO exactly what Process gives it.
+void Prepare(LfoState& state, const float* speedMod, const float* ampMod,
+             const ProcessContext& ctx);
+bool InLanes(const LfoState& state);
+void ProcessInLanes(LfoState* const* states, float* const* out0, float* const* out1, int count);
+
 } // namespace Norvell::Vantor

@@ -3,6 +3,7 @@
 #include "dsp/breakpointtable.h"
 #include "dsp/dsputil.h"
 #include "dsp/fastmath.h"
+#include "dsp/lanes.h"
 #include "dsp/random.h"
 #include "processor/modules/voices.h"
 
@@ -457,6 +458,35 @@ void Init(OscillatorState& state, int32_t voiceIndex) {
     dsp::SeedRandom(dsp::ConstructionSeed());
 }
 
+void Rest(OscillatorState& state, float* audio) {
+    if (state.params.Refresh()) Derive(state);
+    std::fill_n(audio, kBlockSize, 0.0f);
+}
+
+// Each lane runs the scalar steps phase += inc, minus 1 once it reaches 1;
+// the phases are independent, so grouping them changes no result.
+void AdvanceResting(OscillatorState* const* states, int count) {
+    for (int first = 0; first < count; first += 4) {
+        const int lanes = std::min(4, count - first);
+        float phase[4] = {};
+        float inc[4] = {};
+        for (int l = 0; l < lanes; ++l) {
+            const OscillatorState& s = *states[first + l];
+            phase[l] = s.phase;
+            inc[l] = s.invRate * s.baseFreq;
+        }
+        const dsp::Lanes step = dsp::Load(inc);
+        const dsp::Lanes one = dsp::Splat(1.0f);
+        dsp::Lanes p = dsp::Load(phase);
+        for (int i = 0; i < kBlockSize; ++i) {
+            p = p + step;
+            p = dsp::Select(dsp::GreaterEqual(p, one), p - one, p);
+        }
+        dsp::Store(phase, p);
+        for (int l = 0; l < lanes; ++l) states[first + l]->phase = phase[l];
+    }
+}
+
 int32_t Process(OscillatorState& state, Inputs in, uint64_t, Outputs out, uint64_t,
                 const ProcessContext& ctx, bool runAnyway) {
     OscillatorState& s = state;
@@ -468,12 +498,9 @@ int32_t Process(OscillatorState& state, Inputs in, uint64_t, Outputs out, uint64
 
     // An inactive voice keeps its phase running at the base frequency.
     if (!runAnyway && !HasVoice(ctx.voiceState->activeVoices, s.voiceIndex)) {
-        const float inc = s.invRate * s.baseFreq;
-        for (int i = 0; i < kBlockSize; ++i) {
-            s.phase += inc;
-            if (s.phase >= 1.0f) s.phase -= 1.0f;
-            audio[i] = 0.0f;
-        }
+        std::fill_n(audio, kBlockSize, 0.0f);
+        OscillatorState* const one[1] = {&s};
+        AdvanceResting(one, 1);
         return kProcessOk;
     }
     if (in == nullptr || in[kOscInPitch] == nullptr || in[kOscInPulseWidth] == nullptr ||

@@ -141,5 +141,11 @@ void Init(OscillatorState& state, int32_t voiceIndex);
 // triangle), 1 audio. runAnyway renders a voice that is not active.
 int32_t Process(OscillatorState& state, Inputs in, uint64_t count, Outputs out, uint64_t outCount,
                 const ProcessContext& ctx, bool runAnyway);
+// The call for a voice that is not active and not run anyway, equivalent to
+// Process in two parts: Rest takes changed parameters and writes silence to
+// audio, AdvanceResting then moves the phases of any number of resting
+// oscillators on by one block at their base frequency, four at a time.
+void Rest(OscillatorState& state, float* audio);
+void AdvanceResting(OscillatorState* const* states, int count);
 
 } // namespace Norvell::Vantor

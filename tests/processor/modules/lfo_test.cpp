@@ -257,3 +257,93 @@ TEST_F(LfoTest, SoftenedWavesRandomStepsAndRetriggersMatchTheModel) {
         }
     }
 }
+
+TEST(LfoLanes, PeriodicWavesTogetherMatchTheScalarStepAndSlew) {
+    // Ten unsoftened periodic LFOs (two groups of four, then a pair) cycling
+    // through the four waves, with different rates, a speed that moves within
+    // the block, phases about to wrap and both halves pending: outputs and
+    // state must equal the scalar step, and the saws' jumps the 32-sample ramp.
+    VoiceState voices;
+    voices.activeVoices = 1;
+    const ProcessContext ctx{120.0f, 48000.0f, kBlockSize, &voices};
+    LfoState lfos[10];
+    LfoState* group[10];
+    float values[10][kLfoParamCount] = {};
+    float speed[10][kBlockSize] = {}, amp[10][kBlockSize] = {}, o0[10][kBlockSize],
+          o1[10][kBlockSize];
+    float* out0[10];
+    float* out1[10];
+    for (int i = 0; i < 10; ++i) {
+        Init(lfos[i], 0);
+        values[i][kLfoSpeed] = 0.09f * static_cast<float>(i + 1);
+        values[i][kLfoAmp] = 0.2f;
+        values[i][kLfoWave] = (static_cast<float>(i % 4) + 0.5f) / 6.0f;
+        BindAll(lfos[i].params, values[i]);
+        group[i] = &lfos[i], out0[i] = o0[i], out1[i] = o1[i];
+    }
+    for (int n = 0; n < kBlockSize; ++n) speed[2][n] = 0.01f * static_cast<float>(n);
+    lfos[1].shape.phase = 0.4999;
+    lfos[4].shape.phase = -0.0001;
+    lfos[4].shape.firstHalfPending = 1;
+    lfos[5].shape.softenCounter = 9;
+    lfos[9].shape.phase = 0.49995;
+    lfos[6].shape.phase = 0.4998;
+    lfos[7].shape.phase = 0.4997;
+    struct Slew {
+        float previous = 0, held = 0, step = 0;
+        int counter = 0;
+        bool active = false;
+    } slews[10];
+    int ramped = 0;
+    for (int block = 0; block < 40; ++block) {
+        for (int n = 0; n < kBlockSize; ++n) amp[0][n] = 0.03f * static_cast<float>(n % 7);
+        Norvell::dsp::PeriodicShape reference[10];
+        for (int i = 0; i < 10; ++i) {
+            Prepare(lfos[i], speed[i], amp[i], ctx);
+            ASSERT_TRUE(InLanes(lfos[i]));
+            reference[i] = lfos[i].shape;
+        }
+        ProcessInLanes(group, out0, out1, 10);
+        for (int i = 0; i < 10; ++i) {
+            const LfoState& s = lfos[i];
+            Norvell::dsp::PeriodicShape& r = reference[i];
+            for (int n = 0; n < kBlockSize; ++n) {
+                Norvell::dsp::StepPeriodic(r, static_cast<double>(s.rateHz[n]) * s.invSampleRate,
+                                           false, s.softening, {0.5f, -0.5f});
+                ASSERT_EQ(o1[i][n], r.phaseOut) << block << " " << i << " " << n;
+                const int wave = i % 4;
+                float value = r.triangleValue;
+                if (wave != 0) {
+                    const float w = wave == 1   ? r.squareValue
+                                    : wave == 2 ? r.phaseOut
+                                                : r.fallingSawValue;
+                    const float inc = s.rateHz[n] * s.invSampleRate;
+                    Slew& sl = slews[i];
+                    const float jump = w - sl.previous;
+                    if (std::fabs(jump) > 0.9f) {
+                        sl.held = sl.previous, sl.active = true;
+                        sl.step = wave == 1   ? jump / 32.0f
+                                  : wave == 2 ? (jump - 31.0f * inc) / 32.0f
+                                              : jump / 32.0f + 0.96875f * inc;
+                    }
+                    value = w;
+                    if (sl.active) {
+                        sl.held += sl.step;
+                        if (++sl.counter == 32) sl.active = false, sl.counter = 0;
+                        value = sl.held;
+                        ++ramped;
+                    }
+                    sl.previous = w;
+                }
+                ASSERT_EQ(o0[i][n], value * s.amplitude[n]) << block << " " << i << " " << n;
+            }
+            EXPECT_EQ(s.shape.phase, r.phase);
+            EXPECT_EQ(s.shape.squareValue, r.squareValue);
+            EXPECT_EQ(s.shape.fallingSawValue, r.fallingSawValue);
+            EXPECT_EQ(s.shape.triangleValue, r.triangleValue);
+            EXPECT_EQ(s.shape.softenCounter, r.softenCounter) << block << " " << i;
+            EXPECT_EQ(s.shape.firstHalfPending, r.firstHalfPending);
+        }
+    }
+    EXPECT_GE(ramped, 64); // both saws ramped over a jump
+}

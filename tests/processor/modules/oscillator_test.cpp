@@ -246,6 +246,32 @@ TEST(Oscillator, InactiveVoiceIsSilentAndKeepsItsPhaseRunning) {
     EXPECT_TRUE(std::any_of(rig.audio, rig.audio + kBlockSize, [](float v) { return v != 0; }));
 }
 
+TEST(Oscillator, RestingPhasesAdvanceTogetherAsEachAlone) {
+    // Five oscillators (a group of four and one left over) at different
+    // frequencies and phases, one about to wrap: each lane must follow the
+    // plain float loop of its own oscillator.
+    OscillatorState states[5];
+    OscillatorState* group[5];
+    for (int i = 0; i < 5; ++i) {
+        states[i].invRate = 1.0f / 48000.0f;
+        states[i].baseFreq = 55.0f * static_cast<float>(1 << i) + 0.3f * static_cast<float>(i);
+        states[i].phase = i == 3 ? 0.999f : 0.17f * static_cast<float>(i);
+        group[i] = &states[i];
+    }
+    float expected[5];
+    for (int i = 0; i < 5; ++i) {
+        float phase = states[i].phase;
+        const float inc = states[i].invRate * states[i].baseFreq;
+        for (int n = 0; n < 3 * kBlockSize; ++n) {
+            phase += inc;
+            if (phase >= 1.0f) phase -= 1.0f;
+        }
+        expected[i] = phase;
+    }
+    for (int b = 0; b < 3; ++b) AdvanceResting(group, 5);
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(states[i].phase, expected[i]) << i;
+}
+
 } // namespace
 
 // A step d samples back: j = floor(64 d), t = 64 d - j, tap q while
