@@ -136,24 +136,6 @@ template <typename Array> ParamSlots RecordIn(Array& records, int instance) {
 }
 } // namespace
 
-VantorProcessor::Modules::VoiceView VantorProcessor::Modules::Voice(int v) {
-    const auto first = [v](auto& states, ModuleKind kind) {
-        return states.begin() + v * PerVoiceOf(kind);
-    };
-    return {
-        std::span<OscillatorState, 2>(first(oscillators, ModuleKind::Oscillator), 2),
-        std::span<VcaState, 2>(first(vcas, ModuleKind::Vca), 2),
-        std::span<EnvelopeState, 5>(first(envelopes, ModuleKind::Envelope), 5),
-        std::span<LfoState, 5>(first(lfos, ModuleKind::Lfo), 5),
-        std::span<RampState, 4>(first(ramps, ModuleKind::Ramp), 4),
-        std::span<TrackState, 3>(first(trackers, ModuleKind::Tracker), 3),
-        fm[static_cast<size_t>(v)],
-        filters[static_cast<size_t>(v)],
-        lags[static_cast<size_t>(v)],
-        matrices[static_cast<size_t>(v)],
-    };
-}
-
 ParamSlots VantorProcessor::Modules::SlotsOf(const ModuleTypeInfo& type, int instance) {
     switch (type.kind) {
     case ModuleKind::Voice: return RecordIn(voices, instance);

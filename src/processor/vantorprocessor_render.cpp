@@ -185,16 +185,16 @@ void VantorProcessor::HealVoice(int v) {
 // LFO or a tracking generator selects them. Taken once per block after the
 // voice's matrix has run, when every selection of the block is known.
 uint32_t VantorProcessor::SourcesInUse(int v) const {
-    const Modules& m = *modules;
+    const Modules::VoiceView vm = modules->Voice(v);
     uint32_t mask = 0;
     const auto add = [&mask](int32_t source) {
         if (source >= 0 && source < kSourceCount) mask |= 1u << source;
     };
     for (int source = 0; source < kSourceCount; ++source)
-        if (m.matrices[v].sourceUseCount[source] > 0) add(source);
-    add(m.lags[v].inputIndex);
-    for (int k = 0; k < 5; ++k) add(m.lfos[5 * v + k].inputIndex);
-    for (int t = 0; t < 3; ++t) add(m.trackers[3 * v + t].inputIndex);
+        if (vm.matrix.sourceUseCount[source] > 0) add(source);
+    add(vm.lag.inputIndex);
+    for (int k = 0; k < 5; ++k) add(vm.lfo[k].inputIndex);
+    for (int t = 0; t < 3; ++t) add(vm.tracker[t].inputIndex);
     return mask;
 }
 
@@ -225,9 +225,10 @@ void VantorProcessor::RenderVoices() {
     // the inputs wired below and the "in use" tests read this block's choice.
     for (int i = 0; i < count; ++i) {
         const int v = enabled[i];
-        RefreshParams(m.lags[v]);
-        for (int k = 0; k < 5; ++k) RefreshParams(m.lfos[5 * v + k]);
-        for (int t = 0; t < 3; ++t) RefreshParams(m.trackers[3 * v + t]);
+        const Modules::VoiceView vm = modules->Voice(v);
+        RefreshParams(vm.lag);
+        for (int k = 0; k < 5; ++k) RefreshParams(vm.lfo[k]);
+        for (int t = 0; t < 3; ++t) RefreshParams(vm.tracker[t]);
     }
 
     FilterWiring wiring[kVoiceCount] = {};
@@ -257,21 +258,21 @@ void VantorProcessor::RenderVoices() {
 // True unless a voice's back half draws random numbers before a later
 // voice's front half does.
 bool VantorProcessor::RandomDrawsKeepOrder(const int* enabled, int count) const {
-    const Modules& m = *modules;
     bool backDrew = false;
     for (int i = 0; i < count; ++i) {
         const int v = enabled[i];
+        const Modules::VoiceView vm = modules->Voice(v);
         if (backDrew) {
             for (int k = 0; k < 2; ++k) {
                 // The oscillator reads its switch at its next refresh.
-                const auto& p = m.oscillators[2 * v + k].params;
+                const auto& p = vm.osc[k].params;
                 const float noiseOn =
                     p.bound[kOscNoiseOn] != nullptr ? *p.bound[kOscNoiseOn] : p[kOscNoiseOn];
                 if (noiseOn == 1.0f) return false;
             }
         }
         for (int k = 0; k < 5; ++k) {
-            const LfoWave wave = m.lfos[5 * v + k].wave;
+            const LfoWave wave = vm.lfo[k].wave;
             if (wave == LfoWave::RandomSteps || wave == LfoWave::FastRandomSteps) backDrew = true;
         }
     }
@@ -282,8 +283,9 @@ bool VantorProcessor::RandomDrawsKeepOrder(const int* enabled, int count) const 
 // exactly 0 and its level input and smoothed level are 0. Valid once the
 // voice's matrix has run.
 bool VantorProcessor::Vca1Silent(int v) const {
+    const Modules::VoiceView vm = modules->Voice(v);
     if (HasVoice(voiceState.activeVoices, v)) return false;
-    const VcaState& vca = modules->vcas[2 * v];
+    const VcaState& vca = vm.vca[0];
     const float* gain = vca.params.bound[0];
     if ((gain != nullptr ? *gain : vca.params[0]) != 0.0f) return false;
     if (vca.smoothState != 0.0f) return false;
@@ -295,6 +297,7 @@ bool VantorProcessor::Vca1Silent(int v) const {
 
 VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring,
                                           RestingOscillators& resting) {
+    const Modules::VoiceView vm = modules->Voice(v);
     SignalBank& bank = *signals;
     Modules& m = *modules;
     VoiceBuffers& vb = bank.voices[v];
@@ -303,7 +306,7 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring,
     float** dst = vb.destinations;
 
     // Routing table of the voice's modulation matrix
-    Process(m.matrices[v], src, kSourceCount, dst, kDestinationCount, ctx);
+    Process(vm.matrix, src, kSourceCount, dst, kDestinationCount, ctx);
     sourcesInUse[v] = SourcesInUse(v);
 
     // Ramps
@@ -312,12 +315,12 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring,
     for (int r = 0; r < 4; ++r) {
         if (!SourceInUse(v, RampSource(r))) continue;
         float* out[1] = {vb.ramp[r]};
-        Process(m.ramps[4 * v + r], triggers, kTriggerInputCount, out, 1, ctx);
+        Process(vm.ramp[r], triggers, kTriggerInputCount, out, 1, ctx);
     }
 
     // Lag
     {
-        LagState& lag = m.lags[v];
+        LagState& lag = vm.lag;
         float* in[kLagInputCount] = {};
         in[kLagInSource] = SelectedSource(v, lag.inputIndex);
         in[kLagInRate] = dst[kDstLagRate];
@@ -327,7 +330,7 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring,
 
     // Tracking generators
     for (int t = 0; t < 3; ++t) {
-        TrackState& tracker = m.trackers[3 * v + t];
+        TrackState& tracker = vm.tracker[t];
         tracker.bipolar = IsBipolarSource(tracker.inputIndex) ? 1 : 0;
         if (!SourceInUse(v, TrackSource(t))) continue;
         float* out[1] = {vb.track[t]};
@@ -337,21 +340,21 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring,
     // Tuning copies
     const VoiceTuning tuning{m.master[kMasterFineTune], m.voices[v][kVoiceDetune],
                              m.voices[v][kVoiceTranspose]};
-    m.oscillators[2 * v].tuning = tuning;
-    m.oscillators[2 * v + 1].tuning = tuning;
-    VcfState& filter = m.filters[v];
+    vm.osc[0].tuning = tuning;
+    vm.osc[1].tuning = tuning;
+    VcfState& filter = vm.filter;
     filter.tuning = tuning;
 
     // FM goes either to oscillator 1 or to the filter; decided before both calls.
-    const bool fmToFilter = m.fm[v].destination != 0.0f;
+    const bool fmToFilter = vm.fm.destination != 0.0f;
     // A VCA 2 gain above 0 keeps an inactive voice's oscillators and filter
     // running, unless VCA 1 passes nothing this block anyway.
-    const bool runAnyway = m.vcas[2 * v + 1].gain > 0.0f && !Vca1Silent(v);
+    const bool runAnyway = vm.vca[1].gain > 0.0f && !Vca1Silent(v);
 
     // Oscillators: oscillator 1 drives oscillator 2's sync, oscillator 2 the FM.
     const bool rests = !runAnyway && !HasVoice(voiceState.activeVoices, v);
     for (int k = 0; k < 2; ++k) {
-        OscillatorState& osc = m.oscillators[2 * v + k];
+        OscillatorState& osc = vm.osc[k];
         if (rests) {
             Rest(osc, vb.oscAudio[k]);
             resting.states[resting.count++] = &osc;
@@ -376,7 +379,7 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring,
         in[kFmInSignal] = vb.oscOut0[1];
         in[kFmInAmount] = dst[kDstFmAmount];
         float* out[2] = {vb.fmOut[0], vb.fmOut[1]};
-        Process(m.fm[v], in, 2, out, 2, ctx);
+        Process(vm.fm, in, 2, out, 2, ctx);
     }
 
     // Oscillator sum
@@ -401,25 +404,25 @@ VcfCall VantorProcessor::RenderVoiceFront(int v, FilterWiring& wiring,
 // a sample and hold of an LFO that comes later in the voice reads that LFO's
 // previous block, so such an LFO stays in the back half.
 void VantorProcessor::RenderLaneLfos(const int* voices, int count) {
-    Modules& m = *modules;
     LfoState* states[5 * kVoiceCount];
     float* out0[5 * kVoiceCount];
     float* out1[5 * kVoiceCount];
     int n = 0;
     for (int i = 0; i < count; ++i) {
         const int v = voices[i];
+        const Modules::VoiceView vm = modules->Voice(v);
         VoiceBuffers& vb = signals->voices[v];
         lfosInLanes[v] = 0;
         uint32_t heldBefore = 0; // bit k: an earlier LFO samples LFO k
         for (int j = 0; j < 5; ++j) {
-            LfoState& lfo = m.lfos[5 * v + j];
+            LfoState& lfo = vm.lfo[j];
             RefreshParams(lfo);
             if (lfo.wave != LfoWave::SampleAndHold) continue;
             for (int k = j + 1; k < 5; ++k)
                 if (lfo.inputIndex == LfoSource(k)) heldBefore |= 1u << k;
         }
         for (int k = 0; k < 5; ++k) {
-            LfoState& lfo = m.lfos[5 * v + k];
+            LfoState& lfo = vm.lfo[k];
             if (!InLanes(lfo) || ((heldBefore >> k) & 1u) != 0) continue;
             Prepare(lfo, vb.destinations[LfoSpeedDst(k)], vb.destinations[LfoAmpDst(k)],
                     processContext);
@@ -434,6 +437,7 @@ void VantorProcessor::RenderLaneLfos(const int* voices, int count) {
 }
 
 void VantorProcessor::RenderVoiceBack(int v) {
+    const Modules::VoiceView vm = modules->Voice(v);
     SignalBank& bank = *signals;
     Modules& m = *modules;
     VoiceBuffers& vb = bank.voices[v];
@@ -446,20 +450,20 @@ void VantorProcessor::RenderVoiceBack(int v) {
         in[kVcaInSignal] = k == 0 ? vb.filter : vb.vca[0];
         in[kVcaInLevel] = dst[VcaLevelDst(k)];
         float* out[1] = {vb.vca[k]};
-        Process(m.vcas[2 * v + k], in, 2, out, 1, ctx);
+        Process(vm.vca[k], in, 2, out, 1, ctx);
     }
 
     // Sources of the two level destinations, for the end-of-sound test
     uint32_t levelSources[2][6];
     for (int k = 0; k < 2; ++k) {
         for (uint32_t& s : levelSources[k]) s = kNoSource;
-        SourcesOfDestination(m.matrices[v], levelSources[k], static_cast<uint32_t>(VcaLevelDst(k)));
+        SourcesOfDestination(vm.matrix, levelSources[k], static_cast<uint32_t>(VcaLevelDst(k)));
     }
 
     // LFOs
     for (int k = 0; k < 5; ++k) {
         if (((lfosInLanes[v] >> k) & 1u) != 0) continue;
-        LfoState& lfo = m.lfos[5 * v + k];
+        LfoState& lfo = vm.lfo[k];
         float* in[kLfoInputCount] = {};
         in[kLfoInSpeed] = dst[LfoSpeedDst(k)];
         in[kLfoInAmp] = dst[LfoAmpDst(k)];
@@ -475,7 +479,7 @@ void VantorProcessor::RenderVoiceBack(int v) {
         for (int i = 0; i < kEnvInFirstTrigger; ++i) in[i] = dst[EnvDst(k, i)];
         TriggerInputs(v, in + kEnvInFirstTrigger);
         float* out[1] = {vb.env[k]};
-        Process(m.envelopes[5 * v + k], in, kEnvInputCount, out, 1, ctx);
+        Process(vm.env[k], in, kEnvInputCount, out, 1, ctx);
     }
 
     if (!IsFinite(vb.vca[1])) HealVoice(v);
@@ -493,10 +497,10 @@ void VantorProcessor::RenderVoiceBack(int v) {
     // End of sound: an envelope on a level destination has finished
     // while that VCA's own gain is 0.
     for (int k = 0; k < 2; ++k) {
-        if (m.vcas[2 * v + k].gain != 0.0f) continue;
+        if (vm.vca[k].gain != 0.0f) continue;
         for (const uint32_t source : levelSources[k]) {
             if (!IsEnvelopeSource(source)) continue;
-            EnvelopeState& env = m.envelopes[5 * v + (source - kSrcEnv1)];
+            EnvelopeState& env = vm.env[source - kSrcEnv1];
             if (env.restartPending == 0 && env.finished != 0) {
                 RemoveVoice(voiceState.activeVoices, v);
                 env.finished = 0;
