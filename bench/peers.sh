@@ -27,7 +27,7 @@ cmake -S "$root" -B "$root/build" "${flags[@]}" >/dev/null
 cmake --build "$root/build" -j2 --target vantor_bench >/dev/null
 
 echo "== vantor (CPU time; x_realtime = audio seconds per CPU second)"
-"$root/build/bin/vantor_bench" --benchmark_filter=Pattern
+"$root/build/bench/vantor_bench" --benchmark_filter=Pattern
 echo "== peers"
 # synthv1 links Qt, which wants a display platform even without a window.
 QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR="${XDG_RUNTIME_DIR:-$out}" \
