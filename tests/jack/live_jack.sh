@@ -110,6 +110,25 @@ wait "$client" || status=$?
 [ "$status" -eq 0 ] || fail "SIGINT: status $status"
 stop_server
 
+# A preset command gives the whole sound of that preset, as a fresh start with it
+# would: nothing of the previous preset stays behind.
+start_server 256
+rm -f "$work/switch" && mkfifo "$work/switch"
+exec 4<>"$work/switch"
+"$program" --preset sync_lead --autoconnect=none <"$work/switch" >"$work/vantor-switch.log" 2>&1 &
+client=$!
+pids+=($client)
+wait_port vantor:out_R
+echo "preset pad" >&4
+echo "save $work/switched.state" >&4
+echo quit >&4
+timeout 5 tail -s 0.02 --pid="$client" -f /dev/null || fail "quit did not end vantor-jack"
+wait "$client" || fail "preset switch: vantor-jack failed"
+exec 4>&-
+stop_server
+"$(dirname "$program")/vantor-render" --preset pad --save-state "$work/pad.state" -q
+cmp -s "$work/switched.state" "$work/pad.state" || fail "preset switch left values behind"
+
 # Losing the server is an error: a message and status 1.
 start_server 256
 "$program" --preset pad --autoconnect=none </dev/null >"$work/vantor-lost.log" 2>&1 &

@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "hostcore/engine.h"
@@ -89,6 +90,9 @@ int Run(const Options& options) {
     const ControlIds controls = ControlIds::From(params);
 
     host.Attach(engine, controls);
+    ApplyPerformanceDefaults(engine, params);
+    std::vector<float> baseline(params.Size(), 0.0f);
+    for (uint32_t id = 0; id < params.Size(); ++id) engine.GetParam(id, baseline[id]);
     ApplySetup(engine, params, options.setup);
     std::vector<uint32_t> voiceIds;
     for (int v = 1; v <= 12; ++v)
@@ -101,7 +105,7 @@ int Run(const Options& options) {
         std::fprintf(stderr, "vantor-jack: playing as '%s' at %u Hz, period %u\n",
                      host.Name().c_str(), host.SampleRate(), host.BufferSize());
 
-    CommandReader reader(host, engine, params, controls);
+    CommandReader reader(host, engine, params, controls, std::move(baseline));
     std::thread(ReadCommands, std::ref(reader)).detach();
 
     const bool status = !options.quiet && isatty(STDERR_FILENO);

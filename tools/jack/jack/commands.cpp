@@ -1,6 +1,9 @@
 #include "jack/commands.h"
 
 #include <sstream>
+#include <utility>
+
+#include "render/programtable.h"
 
 namespace Norvell::Live {
 
@@ -8,8 +11,9 @@ using namespace HostCore;
 using namespace Render;
 
 CommandReader::CommandReader(LiveHost& host, Engine& engine, const ParamDirectory& params,
-                             const ControlIds& controls)
-    : host_(host), engine_(engine), params_(params), controls_(controls) {}
+                             const ControlIds& controls, std::vector<float> baseline)
+    : host_(host), engine_(engine), params_(params), controls_(controls),
+      baseline_(std::move(baseline)) {}
 
 bool CommandReader::Execute(const std::string& line) {
     std::istringstream words(line);
@@ -35,7 +39,9 @@ bool CommandReader::Execute(const std::string& line) {
     }
     if (verb == "preset") {
         if (argument.empty()) throw Failure("usage: preset NAME|FILE");
-        for (const auto& v : ResolvePreset(LoadPreset(argument), params_))
+        // The whole sound, as on a fresh engine; the performance controls keep what
+        // the player is doing.
+        for (const auto& v : ProgramChange(params_, baseline_, argument, SetupOptions{}, controls_))
             host_.Send({HostAction::Kind::Param, v.id, v.value});
         return true;
     }

@@ -19,8 +19,10 @@ using Render::SetupOptions;
 
 class CommandReader {
 public:
+    // baseline: every parameter's value before any preset (start values and
+    // performance defaults), what a preset change puts back where the preset is silent.
     CommandReader(LiveHost& host, HostCore::Engine& engine, const HostCore::ParamDirectory& params,
-                  const HostCore::ControlIds& controls);
+                  const HostCore::ControlIds& controls, std::vector<float> baseline);
 
     // Runs one line; returns false for quit. Throws Failure, PresetError on bad input.
     bool Execute(const std::string& line);
@@ -30,6 +32,7 @@ private:
     HostCore::Engine& engine_;
     const HostCore::ParamDirectory& params_;
     HostCore::ControlIds controls_;
+    std::vector<float> baseline_;
 };
 
 } // namespace Norvell::Live
