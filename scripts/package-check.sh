@@ -37,7 +37,9 @@ check_prefix() {
     exit 1
   fi
   "$wavcheck" "$out/demo.wav" --rate 44100 --min-frames "$demo_frames" --min-peak 0.01
-  "$prefix/bin/vantor-render" --list-presets | grep -q "^pad  "
+  # Read the whole list first: grep -q would stop reading early and break the pipe.
+  presets=$("$prefix/bin/vantor-render" --list-presets)
+  grep -q "^pad  " <<<"$presets"
   [ "$("$prefix/bin/vantor-listparams" | wc -l)" -gt 4000 ]
   echo "package-check: $2 renders the demo"
 }
