@@ -17,6 +17,7 @@
 #include "hostcore/preset.h"
 #include "jack/commands.h"
 #include "jack/livehost.h"
+#include "render/programtable.h"
 
 using namespace Norvell::HostCore;
 using namespace Norvell::Live;
@@ -90,14 +91,9 @@ int Run(const Options& options) {
     const ControlIds controls = ControlIds::From(params);
 
     host.Attach(engine, controls);
-    ApplyPerformanceDefaults(engine, params);
-    std::vector<float> baseline(params.Size(), 0.0f);
-    for (uint32_t id = 0; id < params.Size(); ++id) engine.GetParam(id, baseline[id]);
+    std::vector<float> baseline = StartValues(engine, params);
     ApplySetup(engine, params, options.setup);
-    std::vector<uint32_t> voiceIds;
-    for (int v = 1; v <= 12; ++v)
-        if (auto id = params.Find("voice" + std::to_string(v) + "_ison")) voiceIds.push_back(*id);
-    engine.WatchVoices(voiceIds);
+    engine.WatchVoices(params);
 
     host.OnShutdown([](void*) { kill(getpid(), kShutdownSignal); }, nullptr);
     host.Activate(ParseAutoconnect(options.autoconnect));

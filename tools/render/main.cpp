@@ -169,15 +169,10 @@ void RenderOne(const Options& options, const OutputTarget& target,
     const ParamDirectory& params = loaded.params;
 
     // What a program change puts back: the values before any preset.
-    ApplyPerformanceDefaults(engine, params);
-    std::vector<float> baseline(params.Size(), 0.0f);
-    for (uint32_t id = 0; id < params.Size(); ++id) engine.GetParam(id, baseline[id]);
+    const std::vector<float> baseline = StartValues(engine, params);
     ApplySetup(engine, params, options);
 
-    std::vector<uint32_t> voiceIds;
-    for (int v = 1; v <= 12; ++v)
-        if (auto id = params.Find("voice" + std::to_string(v) + "_ison")) voiceIds.push_back(*id);
-    engine.WatchVoices(voiceIds);
+    engine.WatchVoices(params);
 
     TimelineOptions timelineOptions;
     if (!options.channels.empty()) timelineOptions.channels = ParseChannels(options.channels);

@@ -114,8 +114,10 @@ bool Engine::SetState(const std::vector<uint8_t>& blob) {
                                                                             blob.size());
 }
 
-void Engine::WatchVoices(std::vector<uint32_t> ids) {
-    voiceIds_ = std::move(ids);
+void Engine::WatchVoices(const ParamDirectory& params) {
+    voiceIds_.clear();
+    for (int v = 1; v <= 12; ++v)
+        if (auto id = params.Find("voice" + std::to_string(v) + "_ison")) voiceIds_.push_back(*id);
     voiceOn_.assign(voiceIds_.size(), false);
 }
 

@@ -47,8 +47,8 @@ public:
     std::vector<uint8_t> GetState() const;
     bool SetState(const std::vector<uint8_t>& blob); // false when refused
 
-    // Ids whose value 1.0 in the change list marks a sounding voice (voiceN_ison).
-    void WatchVoices(std::vector<uint32_t> ids);
+    // Counts sounding voices from the change list: voiceN_ison at 1.0.
+    void WatchVoices(const ParamDirectory& params);
     int SoundingVoices() const;
     void SetObserver(ChangeObserver* observer) { observer_ = observer; }
 

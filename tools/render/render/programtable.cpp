@@ -61,6 +61,13 @@ std::map<uint8_t, std::string> ReadProgramTable(const std::string& path) {
     return table;
 }
 
+std::vector<float> StartValues(Engine& engine, const ParamDirectory& params) {
+    ApplyPerformanceDefaults(engine, params);
+    std::vector<float> values(params.Size(), 0.0f);
+    for (uint32_t id = 0; id < params.Size(); ++id) engine.GetParam(id, values[id]);
+    return values;
+}
+
 std::vector<ParamValue> ProgramChange(const ParamDirectory& params,
                                       const std::vector<float>& baseline, const std::string& preset,
                                       const SetupOptions& options, const ControlIds& controls) {

@@ -21,6 +21,10 @@ namespace Norvell::Render {
 std::map<uint8_t, std::string> ParseProgramTable(std::string_view text, const std::string& source);
 std::map<uint8_t, std::string> ReadProgramTable(const std::string& path);
 
+// Every parameter's value before any preset: the engine's start values with the
+// performance defaults. Leaves the engine in that state.
+std::vector<float> StartValues(HostCore::Engine& engine, const HostCore::ParamDirectory& params);
+
 // What a program change sets: every parameter to the value a fresh engine given
 // `options` (with the preset in place of options.preset) would have, except the
 // performance controls, which keep what the player is doing. `baseline` holds each
