@@ -11,8 +11,6 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "hostcore/engine.h"
 #include "hostcore/preset.h"
 #include "paramset.h"
@@ -56,36 +54,14 @@ std::string Quoted(const std::string& text) {
     return out + "\"";
 }
 
-// A preset file with the bank it goes in.
+// A preset file and its name for URIs.
 struct PresetFile {
     std::string stem;
-    Preset preset;
-    std::string category; // empty: the factory bank
+    Preset preset; // its category names the bank (empty: the factory bank)
 };
 
-// The preset loader knows name, description and values; the category and the other
-// descriptive fields are read here and kept from it.
 PresetFile LoadPreset(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    if (!in) throw PresetError(path.string() + ": cannot read the preset");
-    nlohmann::ordered_json doc;
-    try {
-        doc = nlohmann::ordered_json::parse(text);
-    } catch (const nlohmann::json::parse_error& e) {
-        throw PresetError(path.string() + ": bad JSON: " + e.what());
-    }
-    PresetFile file{path.stem().string(), {}, {}};
-    if (doc.is_object()) {
-        if (doc.contains("category") && doc["category"].is_string())
-            file.category = doc["category"].get<std::string>();
-        for (auto it = doc.begin(); it != doc.end();)
-            it = it.key() == "name" || it.key() == "description" || it.key() == "values"
-                     ? std::next(it)
-                     : doc.erase(it);
-    }
-    file.preset = ParsePreset(doc.dump(), path.string());
-    return file;
+    return {path.stem().string(), ReadPreset(path.string())};
 }
 
 // "Bass & Sub" -> urn:norvell:vantor:bank:bass-sub
@@ -127,6 +103,74 @@ void WriteState(std::ostream& out, const std::vector<Param>& list, const std::ve
                 << "\"^^xsd:float";
     }
     out << "\n    ] .\n\n";
+}
+
+// The plugin's description: its parameters (defaults from init), ports and features.
+void WritePluginTtl(std::ostream& ttl, const std::vector<Param>& list,
+                    const std::vector<float>& init) {
+    ttl << kPrefixes;
+    for (uint32_t id = 0; id < list.size(); ++id) {
+        const Param& p = list[id];
+        if (p.role == Role::StateOnly) { // state and preset keys, not shown to hosts
+            ttl << "<" << ParamUri(p.name) << ">\n    a rdf:Property ;\n    rdfs:label "
+                << Quoted(Label(p.name)) << " ;\n    rdfs:range atom:Float .\n\n";
+            continue;
+        }
+        if (p.role != Role::Writable && p.role != Role::Readable) continue;
+        ttl << "<" << ParamUri(p.name) << ">\n    a lv2:Parameter ;\n    rdfs:label "
+            << Quoted(Label(p.name)) << " ;\n    rdfs:range atom:Float ;\n    lv2:default "
+            << Number(init[id]) << " ;\n    lv2:minimum 0.0 ;\n    lv2:maximum 1.0";
+        for (const auto& point : ScalePoints(p.name, p.steps))
+            ttl << " ;\n    lv2:scalePoint [ rdfs:label " << Quoted(point.label) << " ; rdf:value "
+                << Number(point.value) << " ]";
+        ttl << " .\n\n";
+    }
+    ttl << "<" << kStateVersionUri << ">\n    a rdf:Property ;\n"
+        << "    rdfs:label \"State format version\" ;\n    rdfs:range atom:Int .\n\n";
+    std::string w, r;
+    for (const Param& p : list) {
+        std::string& target = p.role == Role::Writable ? w : r;
+        if (p.role != Role::Writable && p.role != Role::Readable) continue;
+        target += (target.empty() ? "\n        <" : " ,\n        <") + ParamUri(p.name) + ">";
+    }
+    ttl << "<" << kPluginUri << ">\n"
+        << "    a lv2:Plugin , lv2:InstrumentPlugin ;\n"
+        << "    doap:name \"Vantor\" ;\n"
+        << "    rdfs:comment \"Twelve-voice polyphonic analog-style synthesizer.\" ;\n"
+        << "    lv2:requiredFeature urid:map ;\n"
+        << "    lv2:optionalFeature lv2:hardRTCapable ;\n"
+        << "    lv2:extensionData state:interface ;\n"
+        << "    patch:writable" << w << " ;\n"
+        << "    patch:readable" << r << " ;\n"
+        << R"(    lv2:port [
+        a lv2:InputPort , atom:AtomPort ;
+        atom:bufferType atom:Sequence ;
+        atom:supports midi:MidiEvent , patch:Message , time:Position ;
+        lv2:designation lv2:control ;
+        lv2:index 0 ;
+        lv2:symbol "control" ;
+        lv2:name "Control"
+    ] , [
+        a lv2:OutputPort , atom:AtomPort ;
+        atom:bufferType atom:Sequence ;
+        atom:supports patch:Message ;
+        lv2:designation lv2:control ;
+        rsz:minimumSize 16384 ;
+        lv2:index 1 ;
+        lv2:symbol "notify" ;
+        lv2:name "Notify"
+    ] , [
+        a lv2:OutputPort , lv2:AudioPort ;
+        lv2:index 2 ;
+        lv2:symbol "out_l" ;
+        lv2:name "Left"
+    ] , [
+        a lv2:OutputPort , lv2:AudioPort ;
+        lv2:index 3 ;
+        lv2:symbol "out_r" ;
+        lv2:name "Right"
+    ] .
+)";
 }
 
 } // namespace
@@ -183,70 +227,10 @@ int main(int argc, char** argv) {
                      << "    rdfs:seeAlso <presets.ttl> .\n\n";
 
         std::ofstream ttl;
-        if (!presetsOnly) ttl.open(bundle / "vantor.ttl");
-        ttl << kPrefixes;
-        for (uint32_t id = 0; id < list.size(); ++id) {
-            const Param& p = list[id];
-            if (p.role == Role::StateOnly) { // state and preset keys, not shown to hosts
-                ttl << "<" << ParamUri(p.name) << ">\n    a rdf:Property ;\n    rdfs:label "
-                    << Quoted(Label(p.name)) << " ;\n    rdfs:range atom:Float .\n\n";
-                continue;
-            }
-            if (p.role != Role::Writable && p.role != Role::Readable) continue;
-            ttl << "<" << ParamUri(p.name) << ">\n    a lv2:Parameter ;\n    rdfs:label "
-                << Quoted(Label(p.name)) << " ;\n    rdfs:range atom:Float ;\n    lv2:default "
-                << Number(init[id]) << " ;\n    lv2:minimum 0.0 ;\n    lv2:maximum 1.0";
-            for (const auto& point : ScalePoints(p.name, p.steps))
-                ttl << " ;\n    lv2:scalePoint [ rdfs:label " << Quoted(point.label)
-                    << " ; rdf:value " << Number(point.value) << " ]";
-            ttl << " .\n\n";
+        if (!presetsOnly) {
+            ttl.open(bundle / "vantor.ttl");
+            WritePluginTtl(ttl, list, init);
         }
-        ttl << "<" << kStateVersionUri << ">\n    a rdf:Property ;\n"
-            << "    rdfs:label \"State format version\" ;\n    rdfs:range atom:Int .\n\n";
-        std::string w, r;
-        for (const Param& p : list) {
-            std::string& target = p.role == Role::Writable ? w : r;
-            if (p.role != Role::Writable && p.role != Role::Readable) continue;
-            target += (target.empty() ? "\n        <" : " ,\n        <") + ParamUri(p.name) + ">";
-        }
-        ttl << "<" << kPluginUri << ">\n"
-            << "    a lv2:Plugin , lv2:InstrumentPlugin ;\n"
-            << "    doap:name \"Vantor\" ;\n"
-            << "    rdfs:comment \"Twelve-voice polyphonic analog-style synthesizer.\" ;\n"
-            << "    lv2:requiredFeature urid:map ;\n"
-            << "    lv2:optionalFeature lv2:hardRTCapable ;\n"
-            << "    lv2:extensionData state:interface ;\n"
-            << "    patch:writable" << w << " ;\n"
-            << "    patch:readable" << r << " ;\n"
-            << R"(    lv2:port [
-        a lv2:InputPort , atom:AtomPort ;
-        atom:bufferType atom:Sequence ;
-        atom:supports midi:MidiEvent , patch:Message , time:Position ;
-        lv2:designation lv2:control ;
-        lv2:index 0 ;
-        lv2:symbol "control" ;
-        lv2:name "Control"
-    ] , [
-        a lv2:OutputPort , atom:AtomPort ;
-        atom:bufferType atom:Sequence ;
-        atom:supports patch:Message ;
-        lv2:designation lv2:control ;
-        rsz:minimumSize 16384 ;
-        lv2:index 1 ;
-        lv2:symbol "notify" ;
-        lv2:name "Notify"
-    ] , [
-        a lv2:OutputPort , lv2:AudioPort ;
-        lv2:index 2 ;
-        lv2:symbol "out_l" ;
-        lv2:name "Left"
-    ] , [
-        a lv2:OutputPort , lv2:AudioPort ;
-        lv2:index 3 ;
-        lv2:symbol "out_r" ;
-        lv2:name "Right"
-    ] .
-)";
 
         std::vector<PresetFile> loaded;
         for (const auto& file : files) loaded.push_back(LoadPreset(file));
@@ -254,8 +238,8 @@ int main(int argc, char** argv) {
         presets << kPrefixes;
         std::map<std::string, std::string> banks; // URI -> label
         for (const auto& file : loaded)
-            banks.emplace(BankUri(file.category),
-                          file.category.empty() ? "Factory" : file.category);
+            banks.emplace(BankUri(file.preset.category),
+                          file.preset.category.empty() ? "Factory" : file.preset.category);
         for (const auto& [uri, label] : banks)
             presets << "<" << uri << ">\n    a pset:Bank ;\n    rdfs:label " << Quoted(label)
                     << " .\n\n";
@@ -263,7 +247,7 @@ int main(int argc, char** argv) {
             presets << "<" << presetUri(file.stem) << ">\n    a pset:Preset ;\n"
                     << "    lv2:appliesTo <" << kPluginUri << "> ;\n"
                     << "    rdfs:label " << Quoted(file.preset.name) << " ;\n"
-                    << "    pset:bank <" << BankUri(file.category) << "> ;\n";
+                    << "    pset:bank <" << BankUri(file.preset.category) << "> ;\n";
             WriteState(presets, list, SoundOf(init, file.preset, params), *presetMode);
         }
         if (!manifest || (!presetsOnly && !ttl) || !presets)
