@@ -124,25 +124,25 @@ void VantorProcessor::Modules::ResetEffects() {
 }
 
 namespace {
+// Binding slots of one element of a state array or of an array of bare records.
 template <typename Array> ParamSlots SlotsIn(Array& states, int instance) {
     if (instance < 0 || static_cast<size_t>(instance) >= states.size())
         return {0, nullptr, nullptr};
-    return states[static_cast<size_t>(instance)].params.Slots();
-}
-template <typename Array> ParamSlots RecordIn(Array& records, int instance) {
-    if (instance < 0 || static_cast<size_t>(instance) >= records.size())
-        return {0, nullptr, nullptr};
-    return records[static_cast<size_t>(instance)].Slots();
+    auto& state = states[static_cast<size_t>(instance)];
+    if constexpr (requires { state.params; })
+        return state.params.Slots();
+    else
+        return state.Slots();
 }
 } // namespace
 
 ParamSlots VantorProcessor::Modules::SlotsOf(const ModuleTypeInfo& type, int instance) {
     switch (type.kind) {
-    case ModuleKind::Voice: return RecordIn(voices, instance);
-    case ModuleKind::Zone: return RecordIn(zones, instance);
+    case ModuleKind::Voice: return SlotsIn(voices, instance);
+    case ModuleKind::Zone: return SlotsIn(zones, instance);
     case ModuleKind::Master:
         return instance == 0 ? master.Slots() : ParamSlots{0, nullptr, nullptr};
-    case ModuleKind::Note: return RecordIn(notes, instance);
+    case ModuleKind::Note: return SlotsIn(notes, instance);
     case ModuleKind::Oscillator: return SlotsIn(oscillators, instance);
     case ModuleKind::FmAmount: return SlotsIn(fm, instance);
     case ModuleKind::Envelope: return SlotsIn(envelopes, instance);

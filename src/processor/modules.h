@@ -132,17 +132,21 @@ private:
     std::unique_ptr<Pristine> pristine;
 };
 
+// Voice v's part of a per-voice state array.
+template <ModuleKind Kind, typename State, size_t Count>
+std::span<State, PerVoiceOf(Kind)> VoicePart(std::array<State, Count>& states, int v) {
+    constexpr size_t perVoice = PerVoiceOf(Kind);
+    return std::span<State, perVoice>(states.data() + static_cast<size_t>(v) * perVoice, perVoice);
+}
+
 inline VantorProcessor::Modules::VoiceView VantorProcessor::Modules::Voice(int v) {
-    const auto first = [v](auto& states, ModuleKind kind) {
-        return states.begin() + v * PerVoiceOf(kind);
-    };
     return {
-        std::span<OscillatorState, 2>(first(oscillators, ModuleKind::Oscillator), 2),
-        std::span<VcaState, 2>(first(vcas, ModuleKind::Vca), 2),
-        std::span<EnvelopeState, 5>(first(envelopes, ModuleKind::Envelope), 5),
-        std::span<LfoState, 5>(first(lfos, ModuleKind::Lfo), 5),
-        std::span<RampState, 4>(first(ramps, ModuleKind::Ramp), 4),
-        std::span<TrackState, 3>(first(trackers, ModuleKind::Tracker), 3),
+        VoicePart<ModuleKind::Oscillator>(oscillators, v),
+        VoicePart<ModuleKind::Vca>(vcas, v),
+        VoicePart<ModuleKind::Envelope>(envelopes, v),
+        VoicePart<ModuleKind::Lfo>(lfos, v),
+        VoicePart<ModuleKind::Ramp>(ramps, v),
+        VoicePart<ModuleKind::Tracker>(trackers, v),
         fm[static_cast<size_t>(v)],
         filters[static_cast<size_t>(v)],
         lags[static_cast<size_t>(v)],
