@@ -50,6 +50,14 @@ play_and_check() { # play_and_check PERIOD: two notes looping every 0.5 s, 2 s c
   awk -v r="$rms" 'BEGIN { exit !(r > 0.002 && r < 0.5) }' || fail "period $1: RMS $rms"
 }
 
+# await_exit SECONDS WHY: the client must end within SECONDS (else fail with WHY);
+# its exit status is left in $status.
+await_exit() {
+  timeout "$1" tail -s 0.02 --pid="$client" -f /dev/null || fail "$2"
+  status=0
+  wait "$client" || status=$?
+}
+
 cpu_ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 
 # Period 256, commands through a fifo: 'quit' ends it with status 0 within a second.
@@ -64,9 +72,7 @@ play_and_check 256
 echo "save $work/live.state" >&3
 start=$(date +%s%N)
 echo quit >&3
-status=0
-timeout 5 tail -s 0.02 --pid="$client" -f /dev/null || fail "quit did not end vantor-jack"
-wait "$client" || status=$?
+await_exit 5 "quit did not end vantor-jack"
 elapsed=$((($(date +%s%N) - start) / 1000000))
 echo "quit: status $status after $elapsed ms"
 [ "$status" -eq 0 ] && [ "$elapsed" -lt 1000 ] || fail "quit: status $status after $elapsed ms"
@@ -89,10 +95,8 @@ ticks=$(($(cpu_ticks "$client") - before))
 echo "stdin closed: $ticks CPU ticks in 2 s idle (of $((2 * $(getconf CLK_TCK))))"
 [ "$ticks" -lt "$(getconf CLK_TCK)" ] || fail "busy with stdin closed: $ticks ticks in 2 s"
 play_and_check 64
-status=0
 kill -TERM "$client"
-timeout 5 tail -s 0.02 --pid="$client" -f /dev/null || fail "SIGTERM did not end vantor-jack"
-wait "$client" || status=$?
+await_exit 5 "SIGTERM did not end vantor-jack"
 [ "$status" -eq 0 ] || fail "SIGTERM: status $status"
 stop_server
 
@@ -103,10 +107,8 @@ client=$!
 pids+=($client)
 wait_port vantor:out_R
 play_and_check 1000
-status=0
 kill -INT "$client"
-timeout 5 tail -s 0.02 --pid="$client" -f /dev/null || fail "SIGINT did not end vantor-jack"
-wait "$client" || status=$?
+await_exit 5 "SIGINT did not end vantor-jack"
 [ "$status" -eq 0 ] || fail "SIGINT: status $status"
 stop_server
 
@@ -122,8 +124,8 @@ wait_port vantor:out_R
 echo "preset pad" >&4
 echo "save $work/switched.state" >&4
 echo quit >&4
-timeout 5 tail -s 0.02 --pid="$client" -f /dev/null || fail "quit did not end vantor-jack"
-wait "$client" || fail "preset switch: vantor-jack failed"
+await_exit 5 "quit did not end vantor-jack"
+[ "$status" -eq 0 ] || fail "preset switch: status $status"
 exec 4>&-
 stop_server
 "$(dirname "$program")/vantor-render" --preset pad --save-state "$work/pad.state" -q
@@ -136,9 +138,7 @@ client=$!
 pids+=($client)
 for _ in $(seq 100); do grep -q "playing as" "$work/vantor-lost.log" && break; sleep 0.1; done
 kill "$server"
-status=0
-timeout 10 tail -s 0.02 --pid="$client" -f /dev/null || fail "vantor-jack outlived its server"
-wait "$client" || status=$?
+await_exit 10 "vantor-jack outlived its server"
 [ "$status" -eq 1 ] || fail "server lost: status $status"
 grep -q "shut down" "$work/vantor-lost.log" || fail "server lost: no message"
 echo "all live checks passed"
